@@ -1,0 +1,31 @@
+# The two commands of the README, plus the benchmark. Each installs what it is missing first.
+BUILD ?= build
+JOBS  ?= $(shell nproc)
+
+.PHONY: demo test bench host armhf asan format clean
+
+demo:
+	scripts/deps.sh host
+	cmake -S . -B $(BUILD)/demo -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF
+	cmake --build $(BUILD)/demo -j $(JOBS)
+	scripts/demo.sh $(BUILD)/demo
+
+test:
+	scripts/deps.sh host armhf
+	scripts/test.sh all
+
+host armhf asan:
+	scripts/deps.sh host armhf
+	scripts/test.sh $@
+
+bench:
+	scripts/deps.sh host bench
+	cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DOXA_BUILD_BENCH=ON
+	cmake --build $(BUILD)/bench -j $(JOBS)
+	$(BUILD)/bench/bench/oxa_bench
+
+format:
+	git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD)

@@ -1,0 +1,15 @@
+/*
+ * liboxa: the umbrella header. Include this one, or only the family headers you need.
+ */
+#ifndef OXA_H_
+#define OXA_H_
+
+#include "oxa_base.h"
+#include "oxa_frame.h"
+#include "oxa_sync.h"
+#include "oxa_sysinfo.h"
+#include "oxa_thread.h"
+#include "oxa_time.h"
+#include "oxa_trace.h"
+
+#endif /* OXA_H_ */

@@ -1,0 +1,203 @@
+// The per-thread trace context. Each thread's context lives in a thread-local slot as a plain
+// pointer; the singleton's map owns every installed context through a counted pointer, so a
+// context outlives nothing but its map entry.
+#include <stdio.h>
+#include <string.h>
+
+#include <map>
+#include <new>
+#include <string>
+
+#include "oxa_sync.h"
+#include "oxa_thread.h"
+#include "oxa_trace.h"
+
+#include "frame/load_order.h"
+#include "frame/scoped_lock.h"
+#include "log/shared_object.h"
+
+#if UINTPTR_MAX == 0xffffffffu
+static_assert(sizeof(OXA_TRACEINFO) == 197, "trace record is ABI");
+static_assert(sizeof(oxa::oxa_tlsTraceInfoOper) == 8, "vtable pointer and impl pointer");
+#endif
+static_assert(sizeof(OXA_TRACEINFO) == 197, "three 65-byte texts and two bytes, no gaps");
+
+namespace {
+
+// The trace context's thread-local key; OXA_INVALID_TLS_KEY when it could not be created.
+OXA_TLS_KEY g_oxa_store_tls_handle = OXA_INVALID_TLS_KEY;
+
+constexpr size_t kTextField = sizeof(OXA_TRACEINFO::text1);  // 65: 64 characters and a zero
+constexpr size_t kTextChars = kTextField - 1;
+
+std::string TextOf(const char (&field)[kTextField]) {
+  return std::string(field, strnlen(field, kTextField));
+}
+
+// Copies at most 64 characters; the 65th byte of the field is left as it was, so a text of
+// 64 characters or more is not terminated inside the field.
+void CopyText(const std::string& text, char (&field)[kTextField]) {
+  strncpy(field, text.c_str(), kTextChars);  // NOLINT(bugprone-not-null-terminated-result)
+}
+
+}  // namespace
+
+namespace oxa {
+
+class CTraceInfo_context : public shared_object {
+ public:
+  void Assign(const OXA_TRACEINFO& info) {
+    text1_ = TextOf(info.text1);
+    text2_ = TextOf(info.text2);
+    text3_ = TextOf(info.text3);
+    byte1_ = info.byte1;
+    byte2_ = info.byte2;
+  }
+
+  void CopyTo(OXA_TRACEINFO* info) const {
+    CopyText(text1_, info->text1);
+    CopyText(text2_, info->text2);
+    CopyText(text3_, info->text3);
+    info->byte1 = byte1_;
+    info->byte2 = byte2_;
+  }
+
+ private:
+  std::string text1_;
+  std::string text2_;
+  std::string text3_;
+  unsigned char byte1_ = 0;
+  unsigned char byte2_ = 0;
+};
+
+class oxa_tlsTraceInfoOperImpl {
+ public:
+  oxa_tlsTraceInfoOperImpl() = default;
+  virtual ~oxa_tlsTraceInfoOperImpl() = default;
+  oxa_tlsTraceInfoOperImpl(const oxa_tlsTraceInfoOperImpl&) = delete;
+  oxa_tlsTraceInfoOperImpl& operator=(const oxa_tlsTraceInfoOperImpl&) = delete;
+
+  int Set(const OXA_TRACEINFO& info);
+  int Get(OXA_TRACEINFO* info);
+  int Erase();
+
+ private:
+  using ContextPtr = smartptr<CTraceInfo_context, shared_object, oxa_mutex>;
+
+  static CTraceInfo_context* Current() {
+    return static_cast<CTraceInfo_context*>(OXA_ThreadTls_GetValue(g_oxa_store_tls_handle));
+  }
+
+  std::map<void*, ContextPtr> contexts_;  // Guarded by mutex_.
+  OXA_Mutex mutex_;
+};
+
+int oxa_tlsTraceInfoOperImpl::Set(const OXA_TRACEINFO& info) {
+  CTraceInfo_context* current = Current();
+  const bool is_new = current == nullptr;
+  ContextPtr context(is_new ? new (std::nothrow) CTraceInfo_context : current);
+  if (!context) return OXA_ERROR;
+  context->Assign(info);
+  if (OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, context.get()) != 0) {
+    fprintf(stderr, "OXA_ThreadTls_SetValue failed! g_oxa_store_tls_handle{%llu}\r\n",
+            static_cast<unsigned long long>(g_oxa_store_tls_handle));
+    return OXA_ERROR;  // a new context goes with `context`
+  }
+  if (is_new) {
+    internal::ScopedLock<OXA_Mutex> hold(mutex_);
+    contexts_.emplace(context.get(), context);
+  }
+  return 0;
+}
+
+int oxa_tlsTraceInfoOperImpl::Get(OXA_TRACEINFO* info) {
+  if (info == nullptr) {
+    fputs("traceInfo is null ptr\r\n", stderr);
+    return OXA_ERROR;
+  }
+  const CTraceInfo_context* current = Current();
+  if (current == nullptr) {
+    memset(info, 0, sizeof *info);
+    return OXA_ERROR;
+  }
+  current->CopyTo(info);
+  return 0;
+}
+
+int oxa_tlsTraceInfoOperImpl::Erase() {
+  CTraceInfo_context* current = Current();
+  if (current != nullptr) {
+    ContextPtr dropped;  // released after the lock, in case it is the last reference
+    internal::ScopedLock<OXA_Mutex> hold(mutex_);
+    auto entry = contexts_.find(current);
+    if (entry != contexts_.end()) {
+      dropped = entry->second;
+      contexts_.erase(entry);
+    }
+  }
+  OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, nullptr);
+  return 0;
+}
+
+// ---- The singleton -----------------------------------------------------------
+
+oxa_tlsTraceInfoOper oxa_tlsTraceInfoOper::m_tlsTraceInfoOper OXA_LOAD_AT(OXA_LOAD_TRACE_SINGLETON);
+
+oxa_tlsTraceInfoOper::oxa_tlsTraceInfoOper() : impl_(new (std::nothrow) oxa_tlsTraceInfoOperImpl) {}
+
+oxa_tlsTraceInfoOper::~oxa_tlsTraceInfoOper() {
+  delete impl_;
+  impl_ = nullptr;
+}
+
+oxa_tlsTraceInfoOper& oxa_tlsTraceInfoOper::instance() { return m_tlsTraceInfoOper; }
+
+int oxa_tlsTraceInfoOper::setTraceInfo(const OXA_TRACEINFO& info) {
+  return impl_ == nullptr ? OXA_ERROR : impl_->Set(info);
+}
+
+int oxa_tlsTraceInfoOper::getTraceInfo(OXA_TRACEINFO* info) {
+  return impl_ == nullptr ? OXA_ERROR : impl_->Get(info);
+}
+
+int oxa_tlsTraceInfoOper::eraseTraceInfo() { return impl_ == nullptr ? OXA_ERROR : impl_->Erase(); }
+
+// ---- The key and the load and unload hooks -------------------------------------
+
+OXA_API int oxa_tls_alloc() {
+  g_oxa_store_tls_handle = OXA_ThreadTls_Create();
+  if (g_oxa_store_tls_handle == OXA_INVALID_TLS_KEY) {
+    fputs("tls_alloc, but OXA_ThreadTls_Create failed!\r\n", stderr);
+    return OXA_ERROR;
+  }
+  fprintf(stderr, "oxa tls index{%llu}\r\n",
+          static_cast<unsigned long long>(g_oxa_store_tls_handle));
+  return 0;
+}
+
+OXA_API int oxa_tls_free() {
+  if (g_oxa_store_tls_handle == OXA_INVALID_TLS_KEY) return OXA_ERROR;
+  const int rc = OXA_ThreadTls_Destroy(g_oxa_store_tls_handle);
+  g_oxa_store_tls_handle = OXA_INVALID_TLS_KEY;
+  return rc;
+}
+
+OXA_API void oxa_at_initprocess() { oxa_tls_alloc(); }
+
+OXA_API void oxa_at_finiproccess() { oxa_tls_free(); }
+
+namespace {
+
+// Last in the load order: the key is created after every static object and destroyed
+// before any of them.
+struct TraceKeyHooks {
+  TraceKeyHooks() { oxa_at_initprocess(); }
+  ~TraceKeyHooks() { oxa_at_finiproccess(); }
+  TraceKeyHooks(const TraceKeyHooks&) = delete;
+  TraceKeyHooks& operator=(const TraceKeyHooks&) = delete;
+};
+TraceKeyHooks g_trace_key_hooks OXA_LOAD_AT(OXA_LOAD_TRACE_KEY);
+
+}  // namespace
+
+}  // namespace oxa

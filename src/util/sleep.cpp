@@ -1,0 +1,10 @@
+// Sleeping for a number of milliseconds.
+#include <unistd.h>
+
+#include "oxa_sysinfo.h"
+
+extern "C" OXA_API int OXA_Sleep(unsigned int ms) {
+  // The product is computed in 32 bits, as the interface documents: sleeps beyond about
+  // 71 minutes wrap.
+  return usleep(ms * 1000u);
+}

@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "oxa_frame.h"
+
+#include "support/test_support.h"
+
+namespace {
+
+TEST(OutputDebug, WritesTheLineWithANewline) {
+  oxa_test::StderrCapture capture;
+  EXPECT_GE(OXA_OutputDebug("x %d", 1), 0);
+  EXPECT_EQ("x 1\n", capture.Take());
+}
+
+TEST(OutputDebug, CutsLongTextAt5117CharactersAndStillEndsTheLine) {
+  const std::string long_text(6000, 'a');
+  oxa_test::StderrCapture capture;
+  OXA_OutputDebug("%s", long_text.c_str());
+  EXPECT_EQ(std::string(5117, 'a') + "\n", capture.Take());
+}
+
+TEST(OutputDebug, TextOfExactlyTheLimitKeepsEveryCharacter) {
+  const std::string text(5117, 'b');
+  oxa_test::StderrCapture capture;
+  OXA_OutputDebug("%s", text.c_str());
+  EXPECT_EQ(text + "\n", capture.Take());
+}
+
+TEST(OutputDebug, StringVariantAddsNothingAndDebugPrintsNothing) {
+  oxa_test::StderrCapture capture;
+  EXPECT_GE(OXA_OutputDebugString("raw"), 0);
+  OXA_Debug("never %d", 1);
+  EXPECT_EQ(EOF, OXA_OutputDebugString(nullptr));
+  EXPECT_EQ("raw", capture.Take());
+}
+
+TEST(SystemError, ErrnoRoundTripAndText) {
+  OXA_SetSystemLastError(ENOENT);
+  EXPECT_EQ(ENOENT, OXA_GetSystemLastError());
+  EXPECT_STREQ("No such file or directory", OXA_GetSystemErrorString(ENOENT));
+  EXPECT_NE(nullptr, OXA_GetSystemErrorString(123456));
+}
+
+}  // namespace

@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <thread>
+
+#include "oxa_frame.h"
+
+#include "support/test_support.h"
+
+extern "C" int oxa_c_api_smoke(void);
+
+namespace {
+
+TEST(CInterface, CallsFromCSucceed) { EXPECT_EQ(0, oxa_c_api_smoke()); }
+
+TEST(Version, NumberAndText) {
+  EXPECT_EQ(16842764u, OXA_GetOXAVersion());
+  EXPECT_STREQ("version: 1.1.15.460672", pVersion);
+}
+
+TEST(LastError, NeedsAStartedLibrary) {
+  EXPECT_EQ(0u, OXA_GetLastError());
+  EXPECT_EQ(-1, OXA_SetLastError(5));
+  EXPECT_EQ(0u, OXA_GetLastError());
+  EXPECT_FALSE(oxa::g_bOxaCreateTlsKeySuccess);
+}
+
+TEST(LastError, IsPerThreadAndGoesWithTheLastStop) {
+  ASSERT_EQ(0, OXA_Init());
+  EXPECT_TRUE(oxa::g_bOxaCreateTlsKeySuccess);
+  EXPECT_EQ(0, OXA_SetLastError(7));
+  unsigned int other = 99;
+  std::thread([&] { other = OXA_GetLastError(); }).join();
+  EXPECT_EQ(0u, other);
+  EXPECT_EQ(7u, OXA_GetLastError());
+  EXPECT_EQ(0, OXA_Fini());
+  EXPECT_EQ(0u, OXA_GetLastError());
+  EXPECT_EQ(-1, OXA_SetLastError(1));
+}
+
+TEST(Lifecycle, NestedStartsShareOneStart) {
+  ASSERT_EQ(0, OXA_Init());
+  ASSERT_EQ(0, OXA_InitEx());
+  EXPECT_EQ(0, OXA_Fini());
+  EXPECT_EQ(0, OXA_SetLastError(3)) << "modules must stay up until the last stop";
+  EXPECT_EQ(0, OXA_FiniEx());
+  EXPECT_EQ(-1, OXA_SetLastError(3));
+}
+
+TEST(Lifecycle, FirstStartIgnoresSigpipe) {
+  signal(SIGPIPE, SIG_DFL);
+  ASSERT_EQ(0, OXA_Init());
+  struct sigaction current {};
+  sigaction(SIGPIPE, nullptr, &current);
+  EXPECT_EQ(SIG_IGN, current.sa_handler);
+  EXPECT_EQ(0, OXA_Fini());
+}
+
+TEST(Lifecycle, UnmatchedStopWrapsTheCountWithoutGuard) {
+  EXPECT_EQ(0, OXA_Fini());  // count 0 -> 0xFFFFFFFF
+  EXPECT_EQ(0, OXA_Init());  // count back to 0, nothing started
+  EXPECT_EQ(-1, OXA_SetLastError(1));
+  EXPECT_EQ(0, OXA_Init());  // a real start again
+  EXPECT_EQ(0, OXA_SetLastError(1));
+  EXPECT_EQ(0, OXA_Fini());
+}
+
+TEST(Lifecycle, ConcurrentStartsAndStopsBalance) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 200;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([] {
+      for (int i = 0; i < kRounds; ++i) {
+        OXA_Init();
+        OXA_Fini();
+      }
+    });
+  }
+  for (auto& thread : threads)
+    thread.join();
+  EXPECT_EQ(-1, OXA_SetLastError(1)) << "every start was matched: the library is stopped";
+}
+
+}  // namespace

@@ -1,0 +1,55 @@
+// Helpers shared by the test suites.
+#ifndef OXA_TESTS_SUPPORT_TEST_SUPPORT_H_
+#define OXA_TESTS_SUPPORT_TEST_SUPPORT_H_
+
+#include <chrono>
+#include <string>
+
+namespace oxa_test {
+
+// A generous bound for any blocking step that should finish at once: a failing test ends
+// instead of hanging, even under qemu on a loaded machine.
+constexpr unsigned int kHangGuardMs = 5000;
+
+// The number of entries of a /proc directory such as /proc/self/fd or /proc/self/task.
+int CountEntries(const char* dir);
+inline int OpenFdCount() { return CountEntries("/proc/self/fd"); }
+inline int ThreadCount() { return CountEntries("/proc/self/task"); }
+
+// Waits until the process has `threads` threads again (exited threads vanish from
+// /proc/self/task a little after join or detach); true when it got there within the guard.
+bool WaitForThreadCount(int threads);
+
+// Captures what the process writes to standard error (fd 2) between construction and Take().
+class StderrCapture {
+ public:
+  StderrCapture();
+  ~StderrCapture();
+  StderrCapture(const StderrCapture&) = delete;
+  StderrCapture& operator=(const StderrCapture&) = delete;
+
+  // Stops capturing (if still capturing) and returns everything written meanwhile.
+  std::string Take();
+
+ private:
+  int saved_fd_;
+  int file_fd_;
+  std::string text_;
+};
+
+// Elapsed time of a steady clock since construction.
+class Stopwatch {
+ public:
+  Stopwatch() : start_(std::chrono::steady_clock::now()) {}
+  std::chrono::milliseconds Elapsed() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 start_);
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_;
+};
+
+}  // namespace oxa_test
+
+#endif  // OXA_TESTS_SUPPORT_TEST_SUPPORT_H_
