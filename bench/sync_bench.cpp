@@ -1,5 +1,6 @@
 // Locks and hand-offs: liboxa's wrappers against the raw pthread and semaphore calls.
 #include <benchmark/benchmark.h>
+
 #include <pthread.h>
 #include <semaphore.h>
 
@@ -88,7 +89,8 @@ void ConditionPingPong(benchmark::State& state, const CondFunctions& cond_fns) {
   std::thread peer([&] {
     for (benchmark::IterationCount i = 0; i < rounds; ++i) {
       pthread_mutex_lock(&mutex);
-      while (turn != 1) cond_fns.wait(&cond, &mutex);
+      while (turn != 1)
+        cond_fns.wait(&cond, &mutex);
       turn = 0;
       cond_fns.signal(&cond);
       pthread_mutex_unlock(&mutex);
@@ -98,7 +100,8 @@ void ConditionPingPong(benchmark::State& state, const CondFunctions& cond_fns) {
     pthread_mutex_lock(&mutex);
     turn = 1;
     cond_fns.signal(&cond);
-    while (turn != 0) cond_fns.wait(&cond, &mutex);
+    while (turn != 0)
+      cond_fns.wait(&cond, &mutex);
     pthread_mutex_unlock(&mutex);
   }
   peer.join();
@@ -115,8 +118,8 @@ int RawCondCreate(pthread_cond_t* cond) {
 }
 
 void BM_RawConditionPingPong(benchmark::State& state) {
-  ConditionPingPong(state, {RawCondCreate, pthread_cond_destroy, pthread_cond_wait,
-                            pthread_cond_signal});
+  ConditionPingPong(state,
+                    {RawCondCreate, pthread_cond_destroy, pthread_cond_wait, pthread_cond_signal});
 }
 BENCHMARK(BM_RawConditionPingPong)->UseRealTime();
 

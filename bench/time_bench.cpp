@@ -1,5 +1,6 @@
 // Reading the clocks: liboxa's ticks and time values against clock_gettime and gettimeofday.
 #include <benchmark/benchmark.h>
+
 #include <sys/time.h>
 #include <time.h>
 
@@ -17,12 +18,14 @@ void BM_RawClockGettimeMonotonic(benchmark::State& state) {
 BENCHMARK(BM_RawClockGettimeMonotonic);
 
 void BM_OxaGetTimeTick(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(OXA_GetTimeTick());
+  for (auto _ : state)
+    benchmark::DoNotOptimize(OXA_GetTimeTick());
 }
 BENCHMARK(BM_OxaGetTimeTick);
 
 void BM_OxaGetTimeTick64(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(OXA_GetTimeTick64());
+  for (auto _ : state)
+    benchmark::DoNotOptimize(OXA_GetTimeTick64());
 }
 BENCHMARK(BM_OxaGetTimeTick64);
 
@@ -36,7 +39,8 @@ void BM_RawGettimeofday(benchmark::State& state) {
 BENCHMARK(BM_RawGettimeofday);
 
 void BM_OxaTimeNow(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(OXA_TimeNow());
+  for (auto _ : state)
+    benchmark::DoNotOptimize(OXA_TimeNow());
 }
 BENCHMARK(BM_OxaTimeNow);
 
