@@ -34,8 +34,8 @@ extern "C" {
 OXA_API int OXA_CreateSocket(int af, int type, int protocol);
 /** The system's shutdown. */
 OXA_API int OXA_ShutDown(int fd, int how);
-/** Shuts both directions down first when shutdownFirst is non-zero; the result of close. */
-OXA_API int OXA_CloseSocket(int fd, int shutdownFirst);
+/** Shuts both directions down first when shutdown_first is non-zero; the result of close. */
+OXA_API int OXA_CloseSocket(int fd, int shutdown_first);
 /** bind with the length for the record's family; -1 for a null addr. */
 OXA_API int OXA_Bind(int fd, const OXA_ADDR_T* addr);
 /** The system's listen. */
@@ -45,17 +45,17 @@ OXA_API int OXA_Listen(int fd, int backlog);
  * time-out, a poll error or readiness without POLLRDNORM gives -1 (errno is not set for the
  * time-out). peer (may be null) receives the peer's address. The new descriptor, or -1.
  */
-OXA_API int OXA_Accept(int fd, OXA_ADDR_T* peer, unsigned int timeoutMs);
+OXA_API int OXA_Accept(int fd, OXA_ADDR_T* peer, unsigned int timeout_ms);
 /**
  * Connects. -1 for a null addr. With OXA_INFINITE: a plain blocking connect whose address length
  * is 16 whatever the family, so IPv6 needs a finite time-out. Otherwise the socket is made
  * non-blocking and connect is called: an immediate success returns 0 and an immediate failure
  * (other than EINPROGRESS) -1, both leaving the socket non-blocking. Else the call waits for
- * POLLWRNORM up to timeoutMs and reads SO_ERROR; the socket is switched back to blocking and the
+ * POLLWRNORM up to timeout_ms and reads SO_ERROR; the socket is switched back to blocking and the
  * result is 0, or -1 with errno the pending socket error, the poll's error, or ETIMEDOUT (time-out,
  * or readiness without POLLWRNORM, as for a refused connection).
  */
-OXA_API int OXA_ConnectWithTimeOut(int fd, const OXA_ADDR_T* addr, unsigned int timeoutMs);
+OXA_API int OXA_ConnectWithTimeOut(int fd, const OXA_ADDR_T* addr, unsigned int timeout_ms);
 /** Sets (on non-zero) or clears O_NONBLOCK by reading and then writing the flags. 0 or -1. */
 OXA_API int OXA_SetNonBlock(int fd, int on);
 
@@ -69,21 +69,21 @@ OXA_API int OXA_Send(int fd, const void* buf, int len);
  * used up. The bytes sent when any were; otherwise -1 when the last poll failed and 0 otherwise
  * (so a send error before any byte went out gives 0). A time-out of 0 polls and sends once.
  */
-OXA_API int OXA_Sendn(int fd, const void* buf, int len, unsigned int timeoutMs);
+OXA_API int OXA_Sendn(int fd, const void* buf, int len, unsigned int timeout_ms);
 /** recv with no flags. */
 OXA_API int OXA_Recv(int fd, void* buf, int len);
 /**
  * One wait for POLLRDNORM, then one receive. The bytes received; 0 when the time-out passed;
  * -1 on a poll error, readiness without POLLRDNORM, a closed peer (receive of 0) or an error.
  */
-OXA_API int OXA_RecvWithTimeOut(int fd, void* buf, int len, unsigned int timeoutMs);
+OXA_API int OXA_RecvWithTimeOut(int fd, void* buf, int len, unsigned int timeout_ms);
 /**
  * Receives exactly len bytes: waits for POLLRDNORM and receives the rest until len bytes are in
  * (returns len) or the time-out, shared by the waits, is used up (returns the bytes received,
  * fewer than len). -1 on a poll error, readiness without POLLRDNORM, a closed peer or a receive
  * error; bytes already received are then not reported.
  */
-OXA_API int OXA_Recvn(int fd, void* buf, int len, unsigned int timeoutMs);
+OXA_API int OXA_Recvn(int fd, void* buf, int len, unsigned int timeout_ms);
 /** sendto with no flags (no MSG_NOSIGNAL) and the length for the record's family; a null
  *  record sends to the connected peer. */
 OXA_API int OXA_SendTo(int fd, const void* buf, int len, const OXA_ADDR_T* to);
@@ -103,15 +103,15 @@ OXA_API int OXA_Select(int nfds, fd_set* r, fd_set* w, fd_set* e, struct timeval
 /** select with the caller's own time-out, which the system may change. */
 OXA_API int OXA_SelectEx(int nfds, fd_set* r, fd_set* w, fd_set* e, struct timeval* timeout);
 /** The system's poll. */
-OXA_API int OXA_Poll(struct pollfd* fds, int n, int timeoutMs);
+OXA_API int OXA_Poll(struct pollfd* fds, int n, int timeout_ms);
 /**
- * poll that survives signals. With a null pointer or *timeoutMs of OXA_INFINITE it polls without
+ * poll that survives signals. With a null pointer or *timeout_ms of OXA_INFINITE it polls without
  * limit, retrying after EINTR, and writes nothing. Otherwise an interrupted poll runs again with
- * what is left of the time (while at least 1 ms is left), and *timeoutMs receives the time left
+ * what is left of the time (while at least 1 ms is left), and *timeout_ms receives the time left
  * after the last poll (0 when used up). The result of the last poll: after interruptions that used
  * up the time, -1 with errno EINTR.
  */
-OXA_API int OXA_PollEx(struct pollfd* fds, int n, unsigned int* timeoutMs);
+OXA_API int OXA_PollEx(struct pollfd* fds, int n, unsigned int* timeout_ms);
 
 /* ---- Socket options: each returns the system's result, 0 or -1, unless stated -------------- */
 
@@ -146,17 +146,17 @@ OXA_API int OXA_LingerOff(int fd);
  * seconds ms/1000 and microseconds ms%1000, unscaled: 1500 ms is 1 s and 500 us. 0 when every
  * option set succeeded (and when both values are 0), else -1.
  */
-OXA_API int OXA_SetTimeOut(int fd, int sendMs, int recvMs);
+OXA_API int OXA_SetTimeOut(int fd, int send_ms, int recv_ms);
 /** SO_RCVBUF (first) and SO_SNDBUF; 0 leaves a size unchanged. 0, or -1 if any set failed. */
-OXA_API int OXA_SetBuffSize(int fd, int sendSize, int recvSize);
+OXA_API int OXA_SetBuffSize(int fd, int send_size, int recv_size);
 /** Reads SO_RCVBUF and SO_SNDBUF into the non-null pointers; 0 (also when both are null), or -1
  *  if any read failed. */
-OXA_API int OXA_GetBuffSize(int fd, int* sendSize, int* recvSize);
+OXA_API int OXA_GetBuffSize(int fd, int* send_size, int* recv_size);
 /**
  * SO_KEEPALIVE on when enable is non-null and off otherwise; then, either way, TCP_KEEPIDLE
- * idleSeconds, TCP_KEEPINTVL 10 seconds and TCP_KEEPCNT 2 probes. 0, or -1 at the first failure.
+ * idle_seconds, TCP_KEEPINTVL 10 seconds and TCP_KEEPCNT 2 probes. 0, or -1 at the first failure.
  */
-OXA_API int OXA_SetTCP_KeepAlive(int fd, void* enable, int idleSeconds);
+OXA_API int OXA_SetTCP_KeepAlive(int fd, void* enable, int idle_seconds);
 /** SO_BINDTODEVICE with at most the first 15 characters of ifname. -1 for a null name. */
 OXA_API int OXA_Bind_ToDevice(int fd, const char* ifname);
 /**

@@ -24,7 +24,7 @@ constexpr int kMaxColons = 9;
 
 // Eight groups, most significant byte first.
 void StoreGroups(const uint16_t (&groups)[kGroups], unsigned char out[16]) {
-  for (int i = 0; i < kGroups; ++i) {
+  for (size_t i = 0; i < kGroups; ++i) {
     out[2 * i] = static_cast<unsigned char>(groups[i] >> 8);
     out[2 * i + 1] = static_cast<unsigned char>(groups[i] & 0xFF);
   }
@@ -118,7 +118,7 @@ bool ParseColonHex(const char* text, unsigned char out[16]) {
 
 char* FormatColonHex(const unsigned char src[16], char* dst, int len) {
   uint16_t words[kGroups];
-  for (int i = 0; i < kGroups; ++i) {
+  for (size_t i = 0; i < kGroups; ++i) {
     words[i] = static_cast<uint16_t>((src[2 * i] << 8) | src[2 * i + 1]);
   }
   const ZeroRun run = LongestZeroRun(words);

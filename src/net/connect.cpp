@@ -33,18 +33,18 @@ int AwaitConnection(int fd, unsigned int timeout_ms) {
 
 extern "C" {
 
-OXA_API int OXA_ConnectWithTimeOut(int fd, const OXA_ADDR_T* addr, unsigned int timeoutMs) {
+OXA_API int OXA_ConnectWithTimeOut(int fd, const OXA_ADDR_T* addr, unsigned int timeout_ms) {
   if (addr == nullptr) return OXA_ERROR;
   // Without a limit: a plain blocking connect whose length is the IPv4 form's whatever the
   // family, so IPv6 needs a finite time-out. Settled behaviour; keep it.
-  if (timeoutMs == OXA_INFINITE) return connect(fd, &addr->sa, sizeof(sockaddr_in));
+  if (timeout_ms == OXA_INFINITE) return connect(fd, &addr->sa, sizeof(sockaddr_in));
 
   OXA_SetNonBlock(fd, 1);
   // An immediate answer, success or failure, leaves the socket non-blocking on purpose.
   if (connect(fd, &addr->sa, oxa::internal::SystemAddrLen(addr)) == 0) return 0;
   if (errno != EINPROGRESS) return OXA_ERROR;
 
-  const int error = AwaitConnection(fd, timeoutMs);
+  const int error = AwaitConnection(fd, timeout_ms);
   OXA_SetNonBlock(fd, 0);
   if (error == 0) return 0;
   errno = error;

@@ -36,7 +36,7 @@ OXA_API int OXA_FdIsSet(int fd, fd_set* set) {
   // The set read as 32-bit words, whatever word size the system's fd_set uses.
   uint32_t word = 0;
   memcpy(&word, reinterpret_cast<const unsigned char*>(set) + (fd / 32) * sizeof word, sizeof word);
-  return (word >> (fd % 32)) & 1u;
+  return ((word >> (fd % 32)) & 1u) != 0 ? 1 : 0;
 }
 
 OXA_API int OXA_Select(int nfds, fd_set* r, fd_set* w, fd_set* e, struct timeval* timeout) {
@@ -49,27 +49,27 @@ OXA_API int OXA_SelectEx(int nfds, fd_set* r, fd_set* w, fd_set* e, struct timev
   return select(nfds, r, w, e, timeout);
 }
 
-OXA_API int OXA_Poll(struct pollfd* fds, int n, int timeoutMs) {
-  return poll(fds, static_cast<nfds_t>(n), timeoutMs);
+OXA_API int OXA_Poll(struct pollfd* fds, int n, int timeout_ms) {
+  return poll(fds, static_cast<nfds_t>(n), timeout_ms);
 }
 
 // Each interrupted poll costs what it waited; the remaining time is written back, so callers
 // that loop share one budget among their waits.
-OXA_API int OXA_PollEx(struct pollfd* fds, int n, unsigned int* timeoutMs) {
-  if (timeoutMs == nullptr || *timeoutMs == OXA_INFINITE) return PollForever(fds, n);
+OXA_API int OXA_PollEx(struct pollfd* fds, int n, unsigned int* timeout_ms) {
+  if (timeout_ms == nullptr || *timeout_ms == OXA_INFINITE) return PollForever(fds, n);
   int ready;
   uint64_t elapsed;
   for (;;) {
     const uint64_t start = OXA_GetTimeTick64();
-    ready = poll(fds, static_cast<nfds_t>(n), PollTimeout(*timeoutMs));
+    ready = poll(fds, static_cast<nfds_t>(n), PollTimeout(*timeout_ms));
     const int poll_errno = errno;
     elapsed = OXA_GetTimeTick64() - start;
     errno = poll_errno;
     if (ready >= 0 || errno != EINTR) break;
-    *timeoutMs = elapsed < *timeoutMs ? *timeoutMs - static_cast<unsigned int>(elapsed) : 0;
-    if (*timeoutMs < 1) break;
+    *timeout_ms = elapsed < *timeout_ms ? *timeout_ms - static_cast<unsigned int>(elapsed) : 0;
+    if (*timeout_ms < 1) break;
   }
-  *timeoutMs = elapsed < *timeoutMs ? *timeoutMs - static_cast<unsigned int>(elapsed) : 0;
+  *timeout_ms = elapsed < *timeout_ms ? *timeout_ms - static_cast<unsigned int>(elapsed) : 0;
   return ready;
 }
 

@@ -49,8 +49,8 @@ OXA_API int OXA_CreateSocket(int af, int type, int protocol) {
 
 OXA_API int OXA_ShutDown(int fd, int how) { return shutdown(fd, how); }
 
-OXA_API int OXA_CloseSocket(int fd, int shutdownFirst) {
-  if (shutdownFirst != 0) OXA_ShutDown(fd, SHUT_RDWR);
+OXA_API int OXA_CloseSocket(int fd, int shutdown_first) {
+  if (shutdown_first != 0) OXA_ShutDown(fd, SHUT_RDWR);
   return close(fd);
 }
 
@@ -61,11 +61,11 @@ OXA_API int OXA_Bind(int fd, const OXA_ADDR_T* addr) {
 
 OXA_API int OXA_Listen(int fd, int backlog) { return listen(fd, backlog); }
 
-OXA_API int OXA_Accept(int fd, OXA_ADDR_T* peer, unsigned int timeoutMs) {
+OXA_API int OXA_Accept(int fd, OXA_ADDR_T* peer, unsigned int timeout_ms) {
   if (oxa::internal::IsBadDescriptor(fd)) return OXA_ERROR;
-  if (timeoutMs != OXA_INFINITE) {
+  if (timeout_ms != OXA_INFINITE) {
     pollfd wait = {fd, POLLRDNORM, 0};
-    if (OXA_PollEx(&wait, 1, &timeoutMs) <= 0 || (wait.revents & POLLRDNORM) == 0) {
+    if (OXA_PollEx(&wait, 1, &timeout_ms) <= 0 || (wait.revents & POLLRDNORM) == 0) {
       return OXA_ERROR;
     }
   }

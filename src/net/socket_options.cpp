@@ -95,32 +95,32 @@ OXA_API int OXA_BroadCast(int fd) { return SetInt(fd, SOL_SOCKET, SO_BROADCAST, 
 OXA_API int OXA_LingerOn(int fd, int seconds) { return SetLinger(fd, 1, seconds); }
 OXA_API int OXA_LingerOff(int fd) { return SetLinger(fd, 0, 0); }
 
-OXA_API int OXA_SetTimeOut(int fd, int sendMs, int recvMs) {
+OXA_API int OXA_SetTimeOut(int fd, int send_ms, int recv_ms) {
   int result = 0;
-  if (recvMs != 0 && SetTimeval(fd, SO_RCVTIMEO, recvMs) != 0) result = OXA_ERROR;
-  if (sendMs != 0 && SetTimeval(fd, SO_SNDTIMEO, sendMs) != 0) result = OXA_ERROR;
+  if (recv_ms != 0 && SetTimeval(fd, SO_RCVTIMEO, recv_ms) != 0) result = OXA_ERROR;
+  if (send_ms != 0 && SetTimeval(fd, SO_SNDTIMEO, send_ms) != 0) result = OXA_ERROR;
   return result;
 }
 
-OXA_API int OXA_SetBuffSize(int fd, int sendSize, int recvSize) {
+OXA_API int OXA_SetBuffSize(int fd, int send_size, int recv_size) {
   int result = 0;
-  if (recvSize != 0 && SetInt(fd, SOL_SOCKET, SO_RCVBUF, recvSize) != 0) result = OXA_ERROR;
-  if (sendSize != 0 && SetInt(fd, SOL_SOCKET, SO_SNDBUF, sendSize) != 0) result = OXA_ERROR;
+  if (recv_size != 0 && SetInt(fd, SOL_SOCKET, SO_RCVBUF, recv_size) != 0) result = OXA_ERROR;
+  if (send_size != 0 && SetInt(fd, SOL_SOCKET, SO_SNDBUF, send_size) != 0) result = OXA_ERROR;
   return result;
 }
 
-OXA_API int OXA_GetBuffSize(int fd, int* sendSize, int* recvSize) {
+OXA_API int OXA_GetBuffSize(int fd, int* send_size, int* recv_size) {
   int result = 0;
-  if (recvSize != nullptr && GetInt(fd, SOL_SOCKET, SO_RCVBUF, recvSize) != 0) result = OXA_ERROR;
-  if (sendSize != nullptr && GetInt(fd, SOL_SOCKET, SO_SNDBUF, sendSize) != 0) result = OXA_ERROR;
+  if (recv_size != nullptr && GetInt(fd, SOL_SOCKET, SO_RCVBUF, recv_size) != 0) result = OXA_ERROR;
+  if (send_size != nullptr && GetInt(fd, SOL_SOCKET, SO_SNDBUF, send_size) != 0) result = OXA_ERROR;
   return result;
 }
 
-OXA_API int OXA_SetTCP_KeepAlive(int fd, void* enable, int idleSeconds) {
+OXA_API int OXA_SetTCP_KeepAlive(int fd, void* enable, int idle_seconds) {
   constexpr int kProbeIntervalS = 10;
   constexpr int kProbeCount = 2;
   if (SetInt(fd, SOL_SOCKET, SO_KEEPALIVE, enable != nullptr ? 1 : 0) != 0) return OXA_ERROR;
-  if (SetInt(fd, IPPROTO_TCP, TCP_KEEPIDLE, idleSeconds) != 0) return OXA_ERROR;
+  if (SetInt(fd, IPPROTO_TCP, TCP_KEEPIDLE, idle_seconds) != 0) return OXA_ERROR;
   if (SetInt(fd, IPPROTO_TCP, TCP_KEEPINTVL, kProbeIntervalS) != 0) return OXA_ERROR;
   if (SetInt(fd, IPPROTO_TCP, TCP_KEEPCNT, kProbeCount) != 0) return OXA_ERROR;
   return 0;

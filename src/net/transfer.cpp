@@ -34,14 +34,14 @@ OXA_API int OXA_Recv(int fd, void* buf, int len) {
   return static_cast<int>(recv(fd, buf, static_cast<size_t>(len), 0));
 }
 
-OXA_API int OXA_Sendn(int fd, const void* buf, int len, unsigned int timeoutMs) {
+OXA_API int OXA_Sendn(int fd, const void* buf, int len, unsigned int timeout_ms) {
   if (oxa::internal::IsBadDescriptor(fd)) return OXA_ERROR;
   const char* data = static_cast<const char*>(buf);
   int sent = 0;
   int ready;
   do {
     short revents = 0;
-    ready = WaitFor(fd, POLLWRNORM, &timeoutMs, &revents);
+    ready = WaitFor(fd, POLLWRNORM, &timeout_ms, &revents);
     if (ready > 0) {
       if ((revents & POLLWRNORM) == 0) break;
       const int n = OXA_Send(fd, data + sent, len - sent);
@@ -51,29 +51,29 @@ OXA_API int OXA_Sendn(int fd, const void* buf, int len, unsigned int timeoutMs) 
     } else if (ready < 0) {
       break;
     }
-  } while (timeoutMs != 0);  // OXA_INFINITE is never written down, so it never runs out
+  } while (timeout_ms != 0);  // OXA_INFINITE is never written down, so it never runs out
   if (sent != 0) return sent;
   // Nothing went out: only a failed poll is an error; a failed send reads as "nothing sent".
   return ready < 0 ? OXA_ERROR : 0;
 }
 
-OXA_API int OXA_RecvWithTimeOut(int fd, void* buf, int len, unsigned int timeoutMs) {
+OXA_API int OXA_RecvWithTimeOut(int fd, void* buf, int len, unsigned int timeout_ms) {
   if (oxa::internal::IsBadDescriptor(fd)) return OXA_ERROR;
   short revents = 0;
-  const int ready = WaitFor(fd, POLLRDNORM, &timeoutMs, &revents);
+  const int ready = WaitFor(fd, POLLRDNORM, &timeout_ms, &revents);
   if (ready == 0) return 0;
   if (ready < 0 || (revents & POLLRDNORM) == 0) return OXA_ERROR;
   const int n = OXA_Recv(fd, buf, len);
   return n > 0 ? n : OXA_ERROR;  // 0 is a closed peer
 }
 
-OXA_API int OXA_Recvn(int fd, void* buf, int len, unsigned int timeoutMs) {
+OXA_API int OXA_Recvn(int fd, void* buf, int len, unsigned int timeout_ms) {
   if (oxa::internal::IsBadDescriptor(fd)) return OXA_ERROR;
   char* data = static_cast<char*>(buf);
   int received = 0;
   do {
     short revents = 0;
-    const int ready = WaitFor(fd, POLLRDNORM, &timeoutMs, &revents);
+    const int ready = WaitFor(fd, POLLRDNORM, &timeout_ms, &revents);
     if (ready < 0) return OXA_ERROR;
     if (ready > 0) {
       if ((revents & POLLRDNORM) == 0) return OXA_ERROR;
@@ -82,7 +82,7 @@ OXA_API int OXA_Recvn(int fd, void* buf, int len, unsigned int timeoutMs) {
       received += n;
       if (received == len) return len;
     }
-  } while (timeoutMs != 0);
+  } while (timeout_ms != 0);
   return received;
 }
 
