@@ -4,10 +4,12 @@
 #ifndef OXA_H_
 #define OXA_H_
 
+#include "oxa_addr.h"
 #include "oxa_base.h"
 #include "oxa_event.h"
 #include "oxa_frame.h"
 #include "oxa_netflow.h"
+#include "oxa_socket.h"
 #include "oxa_sync.h"
 #include "oxa_sysinfo.h"
 #include "oxa_thread.h"

@@ -5,6 +5,7 @@
 #include <ios>
 
 #include "oxa_frame.h"
+#include "oxa_socket.h"
 #include "oxa_sync.h"
 
 #include "frame/load_order.h"
@@ -34,6 +35,7 @@ struct Module {
 
 // Start order, and also the tear-down order (which is not reversed).
 Module g_modules[] = {
+    {OXA_InitNetwork_Inter, OXA_FiniNetwork_Inter, 0},
     {OXA_InitError_Inter, OXA_FiniError_Inter, 0},
 };
 
