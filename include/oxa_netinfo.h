@@ -1,7 +1,7 @@
 /*
  * liboxa: host and adapter information. The host name, the hardware address behind an IPv4
- * address, the list of network adapters with their IPv4 and IPv6 addresses, and byte-order
- * conversion.
+ * address, the list of network adapters with their IPv4 and IPv6 addresses, name resolution
+ * into address records, and byte-order conversion.
  *
  * No function keeps state between calls: each one opens its own sockets and closes them before
  * it returns, so all of them may be called from any thread at any time. Lists that a function
@@ -10,6 +10,7 @@
 #ifndef OXA_NETINFO_H_
 #define OXA_NETINFO_H_
 
+#include "oxa_addr.h"
 #include "oxa_base.h"
 
 #ifdef __cplusplus
@@ -61,6 +62,36 @@ typedef struct OXA_ADAPTER_INFO_T {
   OXA_IPV4_NODE_T* reservedList2;      /**< always null; freed like the other lists */
   OXA_IPV6_NODE_T* ipv6List;           /**< the IPv6 addresses, possibly none */
 } OXA_ADAPTER_INFO_T;
+
+/**
+ * One answer of OXA_GetAddressInfo. Answers form a singly linked list, in the resolver's order,
+ * that belongs to the caller until OXA_FreeAddressInfo.
+ */
+typedef struct OXA_ADDRESS_INFO_T {
+  int flags;    /**< the resolver's flags (AI_*) */
+  int family;   /**< 2 (AF_INET) or 10 (AF_INET6) */
+  int sockType; /**< the socket type: 1 (SOCK_STREAM), 2 (SOCK_DGRAM), 3 (SOCK_RAW) */
+  int protocol; /**< the protocol for that socket type, 6 (TCP) or 17 (UDP) */
+  /** The address with the service's port; the bytes its form does not use are zero. */
+  OXA_ADDR_T addr;
+  char* canonName;                 /**< a copy of the canonical name, or null */
+  struct OXA_ADDRESS_INFO_T* next; /**< the next answer or null */
+} OXA_ADDRESS_INFO_T;
+
+/**
+ * What the caller asks OXA_GetAddressInfo for. flags, family (0 for any, 2, 10), sockType and
+ * protocol (0 for any) are the resolver's own values. addr and canonName are handed on to the
+ * resolver as given, with the length of addr taken from its family (16 bytes for 2, 28 for any
+ * other); the system's resolver does not read them, so zero them.
+ */
+typedef struct OXA_ADDRESS_HINTS_T {
+  int flags;
+  int family;
+  int sockType;
+  int protocol;
+  OXA_ADDR_T addr;
+  char* canonName;
+} OXA_ADDRESS_HINTS_T;
 
 /**
  * Copies the host's name into name, a buffer of len bytes. 0; -1 for a null name or when the
@@ -130,6 +161,37 @@ OXA_API int OXA_GetAdapterInfoEx(OXA_ADAPTER_INFO_T** list, int* af);
  * lists. Null is accepted. Returns 0.
  */
 OXA_API int OXA_FreeAdapterInfo(OXA_ADAPTER_INFO_T* list);
+
+/**
+ * Resolves node (a host name or address text) and service (a service name or port number)
+ * with the system's getaddrinfo and stores the answers, copied into a new list, in *result;
+ * the caller frees it with OXA_FreeAddressInfo. Either node or service may be null, not both.
+ * hints may be null for the resolver's defaults (any family, any socket type). 0 on success;
+ * -1 when result is null, when the resolver fails (its error code is not kept; errno is
+ * meaningful only for a system failure) or when memory runs out (errno ENOMEM), with *result
+ * unchanged and nothing left allocated.
+ */
+OXA_API int OXA_GetAddressInfo(const char* node, const char* service,
+                               const OXA_ADDRESS_HINTS_T* hints, OXA_ADDRESS_INFO_T** result);
+
+/** Frees every answer of a list and its canonical-name copy. Null is accepted. Returns 0. */
+OXA_API int OXA_FreeAddressInfo(OXA_ADDRESS_INFO_T* list);
+
+/**
+ * Resolves a host name or address text into addresses, written to the caller's array.
+ *
+ * af selects what is asked for: 2 (IPv4), 10 (IPv6), 101 (OXA_AF_DUAL: both, in the resolver's
+ * preferred order) or 102 (OXA_AF_DEFAULT: the value of g_Af). On entry *count is the number of
+ * records addrs has room for; on success it is the number stored, at least 1, in the resolver's
+ * order. Each address appears once per answer (the resolver is asked for stream sockets, so
+ * an address is not repeated per socket type), with port 0 (set it with OXA_SetAddrPort) and
+ * all unused bytes zero.
+ *
+ * 0 on success. -1 with nothing changed when name, addrs or count is null, *count is 0, af is
+ * none of the four values, or the resolver finds no address (errno is meaningful only for a
+ * system failure). Blocks as long as the system's resolver does; safe from any thread.
+ */
+OXA_API int OXA_GetAddressByName(const char* name, int af, OXA_ADDR_T* addrs, unsigned int* count);
 
 /** 16-bit value from host to network byte order. */
 OXA_API unsigned short OXA_Htons(unsigned short value);

@@ -17,6 +17,7 @@
 
 #include "oxa_frame.h"
 #include "oxa_netinfo.h"
+#include "oxa_socket.h"
 
 #include "net/adapter_netlink.h"
 
@@ -144,7 +145,7 @@ void ScopedSocket::Close() {
   fd_ = -1;
 }
 
-int OpenInterfaceSocket() { return socket(AF_INET, SOCK_DGRAM, 0); }
+int OpenInterfaceSocket() { return OXA_CreateSocket(AF_INET, SOCK_DGRAM, 0); }
 
 int ListInterfaces(int fd, ifreq (&reqs)[kMaxInterfaces]) {
   memset(reqs, 0, sizeof reqs);

@@ -34,7 +34,8 @@ class ScopedSocket {
   int fd_;
 };
 
-// The IPv4 UDP socket that the interface ioctls go through; -1 with errno on failure.
+// The IPv4 UDP socket (OXA_CreateSocket(2, 2, 0)) that the interface ioctls go through; -1
+// with errno on failure.
 int OpenInterfaceSocket();
 
 // Room for 16 interface requests: 512 bytes in the 32-bit product.
