@@ -264,8 +264,9 @@ TEST(ThreadPool, ItemsCarryTheSubmittersTraceContextButNotWhenTheyStartAWorker) 
   EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
 }
 
-TEST(ThreadPool, ClassWrapsOnePool) {
+TEST(ThreadPool, ClassWrapsOnePoolAcrossAModuleRestart) {
   const int base = ThreadCount();
+  EXPECT_EQ(0, OXA_InitThreadPool_Inter());
   OXA_ThreadPool pool;
   EXPECT_EQ(-1, pool.Destroy());  // no pool yet
   EXPECT_EQ(-1, pool.Create(1, MAX_THREAD_PER_THREADPOOL + 1));
@@ -276,6 +277,10 @@ TEST(ThreadPool, ClassWrapsOnePool) {
   EXPECT_EQ(0, pool.Destroy());
   EXPECT_EQ(-1, pool.Work(RunTask, &task));  // the handle is kept, the pool is stopping
   EXPECT_TRUE(WaitForThreadCount(base));
+  EXPECT_EQ(0, OXA_FiniThreadPool_Inter());
+  EXPECT_EQ(0, OXA_InitThreadPool_Inter());
+  EXPECT_EQ(0, pool.Create(1, 1)) << "the table works again after a restart";
+  EXPECT_EQ(0, pool.Destroy());
 }
 
 TEST(ThreadPool, AllWorkersOfAFullSizePoolRunAtOnce) {
@@ -297,18 +302,6 @@ TEST(ThreadPool, AllWorkersOfAFullSizePoolRunAtOnce) {
     task.release.Open();
   EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
   EXPECT_TRUE(WaitForThreadCount(base));
-}
-
-TEST(ThreadPool, ModuleStartAndStop) {
-  EXPECT_EQ(0, OXA_InitThreadPool_Inter());
-  OXA_THREADPOOL pool = OXA_ThreadPool_Create(1, 1);
-  ASSERT_NE(nullptr, pool);
-  Task task;
-  EXPECT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &task));
-  EXPECT_TRUE(task.finished.Wait());
-  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
-  EXPECT_EQ(0, OXA_FiniThreadPool_Inter());
-  EXPECT_EQ(0, OXA_InitThreadPool_Inter());
 }
 
 }  // namespace
