@@ -1,0 +1,96 @@
+// The records behind OXA_THREADPOOL handles: the process-wide table of pools and each pool's
+// worker slots, and the worker steps shared by creation, submission and destruction.
+//
+// Lock order: the table lock (guarding only the in-use flags) is never held while a pool's
+// mutex is taken. A pool's mutex is recursive because submission holds it while it calls
+// PickIdleWorker and StartWorker, which take it again.
+#ifndef OXA_SRC_DISPATCH_THREAD_POOL_TABLE_H_
+#define OXA_SRC_DISPATCH_THREAD_POOL_TABLE_H_
+
+#include <pthread.h>
+#include <semaphore.h>
+#include <stdint.h>
+
+#include <atomic>
+
+#include "oxa_base.h"
+#include "oxa_sync.h"
+#include "oxa_threadpool.h"
+#include "oxa_trace.h"
+
+namespace oxa::internal {
+
+constexpr unsigned int kMaxPools = 64;
+constexpr unsigned int kMaxWorkers = MAX_THREAD_PER_THREADPOOL;
+constexpr unsigned int kDefaultWorkerStackBytes = 0x100000;  // used when the pool says 0
+constexpr unsigned int kSubmitPollMs = 5;                    // between retries of a waiting submit
+constexpr int kNeverRetire = -1;                             // idle time-out of "never"
+
+// One worker of a pool. The slot is free exactly when `thread` is OXA_INVALID_HANDLE; every
+// path that frees a slot clears it whole (so its trace record is empty) before marking it free.
+struct WorkerSlot {
+  uint32_t index;                  // own index in the pool, fixed while the slot is in use
+  OXA_THREADPOOL_T* pool;          // back-pointer, fixed while the slot is in use
+  uint32_t idle;                   // 1: waiting and may be picked. Guarded by the pool mutex.
+  uint32_t quit;                   // 1: exit on the next wake-up. Written under the pool mutex
+                                   // before the post that the worker waits for.
+  OXA_HANDLE thread;               // the worker thread; OXA_INVALID_HANDLE marks a free slot.
+                                   // Guarded by the pool mutex.
+  sem_t wake;                      // one post hands over one work item or one quit order
+  OXA_THREADPOOL_ROUTINE routine;  // the item; written by the submitter that reserved the
+  void* arg;                       // slot (idle 1 -> 0) before its post, cleared by the
+  OXA_TRACEINFO trace;             // worker after running it, before it marks itself idle
+};
+
+}  // namespace oxa::internal
+
+// A pool record; OXA_THREADPOOL points to one entry of the table. The type keeps the public
+// handle's tag name, so a handle converts to a record without a cast.
+struct OXA_THREADPOOL_T {
+  uint32_t in_use;                 // 1 while the entry belongs to a pool. Guarded by the table
+                                   // lock.
+  std::atomic<uint32_t> stopping;  // 1 from destruction on; submitters read it without a lock
+  uint32_t max_count;              // most workers, at most kMaxWorkers
+  uint32_t initial_count;          // workers started at creation; they never retire
+  uint32_t curr_count;             // workers alive. Guarded by mutex.
+  uint32_t stack_size;             // bytes per worker stack; 0 means kDefaultWorkerStackBytes
+  int32_t idle_timeout_ms;         // kNeverRetire, or how long an extra worker waits for work
+  pthread_mutex_t mutex;           // recursive; guards the worker slots and curr_count
+  // kMaxWorkers slots, allocated when the entry first holds a pool and kept for the life of
+  // the process, so a handle (and a worker's back-pointer) never dangles.
+  oxa::internal::WorkerSlot* workers;
+};
+
+namespace oxa::internal {
+
+// Holds a pool's mutex for a scope.
+class PoolLock {
+ public:
+  explicit PoolLock(OXA_THREADPOOL_T* pool) : mutex_(&pool->mutex) { OXA_MutexLock(mutex_); }
+  ~PoolLock() { OXA_MutexUnlock(mutex_); }
+  PoolLock(const PoolLock&) = delete;
+  PoolLock& operator=(const PoolLock&) = delete;
+
+ private:
+  pthread_mutex_t* mutex_;
+};
+
+// Clears a slot whole and marks it free.
+void FreeWorkerSlot(WorkerSlot* slot);
+
+// Reserves the lowest idle worker (idle 1 -> 0) and returns it; null when none is idle. A null
+// pool prints a line and gives null.
+WorkerSlot* PickIdleWorker(OXA_THREADPOOL_T* pool);
+
+// Starts one worker in the lowest free slot and marks it idle; 0 or -1.
+// REQUIRES: pool->mutex held.
+int StartWorker(OXA_THREADPOOL_T* pool);
+
+// Orders the lowest live worker to quit and joins it (after the routine it is running);
+// 0, or -1 when the pool has no worker. Takes and releases pool->mutex; must not be called
+// with it held.
+int StopWorker(OXA_THREADPOOL_T* pool);
+
+}  // namespace oxa::internal
+
+#endif  // OXA_SRC_DISPATCH_THREAD_POOL_TABLE_H_

@@ -1,0 +1,195 @@
+// The life of one pool worker: picked for an item, started, stopped, and its own loop, which
+// may end in retirement after an idle time-out.
+//
+// Hand-over protocol: a submitter reserves an idle slot under the pool mutex (idle 1 -> 0),
+// fills routine, argument and trace record, and posts the slot's semaphore. The worker reads
+// them after its wait (the post orders the writes before), runs the routine without any lock,
+// clears it, and only then marks itself idle under the mutex, so nobody writes the slot while
+// the worker reads it.
+#include <errno.h>
+#include <pthread.h>
+
+#include "oxa_frame.h"
+#include "oxa_sync.h"
+#include "oxa_thread.h"
+#include "oxa_trace.h"
+
+#include "dispatch/thread_pool_table.h"
+
+namespace oxa::internal {
+namespace {
+
+oxa_tlsTraceInfoOper& Trace() { return oxa_tlsTraceInfoOper::instance(); }
+
+unsigned int StackBytes(const OXA_THREADPOOL_T* pool) {
+  return pool->stack_size == 0 ? kDefaultWorkerStackBytes : pool->stack_size;
+}
+
+// REQUIRES: pool->mutex held.
+WorkerSlot* LowestFreeSlot(OXA_THREADPOOL_T* pool) {
+  for (uint32_t i = 0; i < pool->max_count; ++i) {
+    if (pool->workers[i].thread == OXA_INVALID_HANDLE) return &pool->workers[i];
+  }
+  return nullptr;
+}
+
+// REQUIRES: pool->mutex held.
+WorkerSlot* LowestLiveSlot(OXA_THREADPOOL_T* pool) {
+  for (uint32_t i = 0; i < pool->max_count; ++i) {
+    if (pool->workers[i].thread != OXA_INVALID_HANDLE) return &pool->workers[i];
+  }
+  return nullptr;
+}
+
+// Gives the slot back after its thread has gone or never started.
+// REQUIRES: pool->mutex held.
+void ReleaseSlot(OXA_THREADPOOL_T* pool, WorkerSlot* slot) {
+  OXA_SemDestroy(&slot->wake);
+  FreeWorkerSlot(slot);
+  --pool->curr_count;
+}
+
+// A worker beyond the initial count found no work within the idle time-out and ends itself.
+// Nobody joins it, so it detaches.
+// REQUIRES: pool->mutex held on entry; released here.
+void Retire(WorkerSlot* slot) {
+  OXA_THREADPOOL_T* pool = slot->pool;  // the slot is cleared below
+  ReleaseSlot(pool, slot);
+  OXA_MutexUnlock(&pool->mutex);
+  Trace().eraseTraceInfo();  // the context of the last item would otherwise outlive the thread
+  pthread_detach(pthread_self());
+}
+
+// Waits for the next post. False when the worker retired instead; the slot is then no longer
+// the worker's.
+bool AwaitWake(WorkerSlot* slot) {
+  OXA_THREADPOOL_T* pool = slot->pool;
+  if (pool->idle_timeout_ms == kNeverRetire || slot->index < pool->initial_count) {
+    while (OXA_SemWait(&slot->wake) != 0) {
+    }
+    return true;
+  }
+  if (OXA_SemTimedWait(&slot->wake, static_cast<unsigned int>(pool->idle_timeout_ms)) == 0) {
+    return true;
+  }
+  // A hand-over may have raced with the time-out: the submitter picked this slot while it was
+  // still idle. Under the mutex nobody can pick it any more, so one more try settles it.
+  OXA_MutexLock(&pool->mutex);
+  if (OXA_SemTimedWait(&slot->wake, 0) == 0) {
+    OXA_MutexUnlock(&pool->mutex);
+    return true;
+  }
+  Retire(slot);
+  return false;
+}
+
+void RunItem(WorkerSlot* slot) {
+  if (slot->routine == nullptr) return;
+  Trace().setTraceInfo(slot->trace);
+  slot->routine(slot->arg);
+  slot->routine = nullptr;
+  slot->arg = nullptr;
+}
+
+void MarkIdle(WorkerSlot* slot) {
+  PoolLock hold(slot->pool);
+  slot->idle = 1;
+}
+
+void* WorkerMain(void* param) {
+  if (param == nullptr) {
+    OXA_OutputDebug("trovik !!! f_Thread_Svc pParam == NULL error, return NULL 1\n");
+    return nullptr;
+  }
+  auto* slot = static_cast<WorkerSlot*>(param);
+  for (;;) {
+    if (!AwaitWake(slot)) return nullptr;
+    if (slot->quit == 1) {
+      Trace().eraseTraceInfo();
+      return nullptr;
+    }
+    RunItem(slot);
+    MarkIdle(slot);
+  }
+}
+
+}  // namespace
+
+void FreeWorkerSlot(WorkerSlot* slot) {
+  *slot = WorkerSlot{};
+  slot->thread = OXA_INVALID_HANDLE;
+}
+
+WorkerSlot* PickIdleWorker(OXA_THREADPOOL_T* pool) {
+  if (pool == nullptr) {
+    OXA_OutputDebug("trovik !!! OXA_GetIdle_Local pThreadPool == NULL error, return NULL 1\n");
+    return nullptr;
+  }
+  PoolLock hold(pool);
+  for (uint32_t i = 0; i < pool->max_count; ++i) {
+    WorkerSlot& slot = pool->workers[i];
+    if (slot.idle == 1 && slot.thread != OXA_INVALID_HANDLE) {
+      slot.idle = 0;
+      return &slot;
+    }
+  }
+  return nullptr;
+}
+
+int StartWorker(OXA_THREADPOOL_T* pool) {
+  if (pool->curr_count == pool->max_count) {
+    OXA_OutputDebug(
+        "trovik !!! OXA_CreateThread_Local (pThreadPool->nCurrCount == pThreadPool->nMaxCount) "
+        "error, return -1, 1\n");
+    return OXA_ERROR;
+  }
+  WorkerSlot* slot = LowestFreeSlot(pool);
+  if (slot == nullptr) return OXA_ERROR;
+  slot->routine = nullptr;
+  const int sem_result = OXA_SemCreate(&slot->wake, 0);
+  if (sem_result != 0) {
+    const int saved_errno = errno;
+    OXA_OutputDebug("trovik !!! OXA_CreateThread_Local OXA_SemCreate error, return -1 2\n");
+    errno = saved_errno;
+    return sem_result;
+  }
+  slot->index = static_cast<uint32_t>(slot - pool->workers);
+  slot->quit = 0;
+  slot->pool = pool;
+  const OXA_HANDLE thread = OXA_Thread_Create(WorkerMain, slot, StackBytes(pool), 0, 0, 0);
+  if (thread == OXA_INVALID_HANDLE) {
+    const int saved_errno = errno;
+    OXA_OutputDebug("trovik !!! OXA_CreateThread_Local OXA_Thread_Create error, return -1 3\n");
+    OXA_SemDestroy(&slot->wake);
+    FreeWorkerSlot(slot);
+    errno = saved_errno;
+    return OXA_ERROR;
+  }
+  slot->thread = thread;
+  slot->idle = 1;
+  ++pool->curr_count;
+  return 0;
+}
+
+int StopWorker(OXA_THREADPOOL_T* pool) {
+  WorkerSlot* slot = nullptr;
+  OXA_HANDLE thread = OXA_INVALID_HANDLE;
+  {
+    PoolLock hold(pool);
+    if (pool->curr_count == 0) return OXA_ERROR;
+    slot = LowestLiveSlot(pool);
+    if (slot == nullptr) return 0;
+    slot->quit = 1;
+    slot->idle = 0;
+    OXA_SemPost(&slot->wake);
+    thread = slot->thread;
+  }
+  // The slot stays live (thread set) while we wait, so nobody else takes or frees it; the
+  // worker cannot retire either, because the post above is waiting for it.
+  OXA_Thread_Wait(thread);
+  PoolLock hold(pool);
+  ReleaseSlot(pool, slot);
+  return 0;
+}
+
+}  // namespace oxa::internal

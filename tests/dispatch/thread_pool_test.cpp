@@ -1,0 +1,307 @@
+#include <gtest/gtest.h>
+
+#include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "oxa_threadpool.h"
+#include "oxa_trace.h"
+
+#include "support/test_support.h"
+
+namespace {
+
+using oxa_test::kHangGuardMs;
+using oxa_test::ThreadCount;
+using oxa_test::WaitForThreadCount;
+using std::chrono::milliseconds;
+
+// A one-way gate: Wait returns true once Open was called, false after the hang guard.
+class Latch {
+ public:
+  void Open() {
+    std::lock_guard<std::mutex> hold(mu_);
+    open_ = true;
+    cv_.notify_all();
+  }
+  bool Wait() {
+    std::unique_lock<std::mutex> hold(mu_);
+    return cv_.wait_for(hold, milliseconds(kHangGuardMs), [&] { return open_; });
+  }
+  bool IsOpen() {
+    std::lock_guard<std::mutex> hold(mu_);
+    return open_;
+  }
+
+ private:
+  std::mutex mu_;
+  std::condition_variable cv_;
+  bool open_ = false;
+};
+
+// One work item: records where and with which trace context it ran; a blocking item holds
+// its worker until released.
+struct Task {
+  explicit Task(bool blocking = false) : block(blocking) {}
+  bool block;
+  Latch started, release, finished;
+  pid_t tid = 0;
+  std::chrono::steady_clock::time_point done_at;
+  int trace_result = 99;
+  OXA_TRACEINFO trace{};
+};
+
+void* RunTask(void* arg) {
+  auto* task = static_cast<Task*>(arg);
+  task->tid = static_cast<pid_t>(syscall(SYS_gettid));
+  task->trace_result = oxa::oxa_tlsTraceInfoOper::instance().getTraceInfo(&task->trace);
+  task->started.Open();
+  if (task->block) task->release.Wait();
+  task->done_at = std::chrono::steady_clock::now();
+  task->finished.Open();
+  return nullptr;
+}
+
+OXA_TRACEINFO MakeTrace(const char* text) {
+  OXA_TRACEINFO info{};
+  strncpy(info.text1, text, sizeof info.text1 - 1);
+  info.byte1 = 7;
+  return info;
+}
+
+bool Contains(const std::string& text, const char* line) {
+  return text.find(line) != std::string::npos;
+}
+
+TEST(ThreadPool, BadArgumentsFailWithTheirMessages) {
+  oxa_test::StderrCapture capture;
+  Task task;
+  EXPECT_EQ(-1, OXA_ThreadPool_Work(nullptr, RunTask, &task));
+  EXPECT_EQ(nullptr, OXA_ThreadPool_CreateFlex(0, 513, 0, -1));
+  EXPECT_EQ(-1, OXA_ThreadPool_Destroy(nullptr));
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(0, MAX_THREAD_PER_THREADPOOL);
+  ASSERT_NE(nullptr, pool);
+  EXPECT_EQ(-1, OXA_ThreadPool_WorkEx(pool, nullptr, &task, 1));
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+  const std::string text = capture.Take();
+  EXPECT_TRUE(Contains(text, "trovik !!! OXA_ThreadPool_Work param error, return -1 1\n\n"));
+  EXPECT_TRUE(Contains(text,
+                       "trovik !!! OXA_ThreadPool_Create nMaxCount > "
+                       "MAX_THREAD_PER_THREADPOOL error, return -1 1\n"));
+  EXPECT_TRUE(Contains(text, "trovik !!! OXA_ThreadPool_Destroy pThreadPool == NULL return\n"));
+  EXPECT_FALSE(task.started.IsOpen());
+}
+
+TEST(ThreadPool, EmptyPoolStartsAWorkerForItsFirstItem) {
+  const int base = ThreadCount();
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(0, 2);
+  ASSERT_NE(nullptr, pool);
+  EXPECT_EQ(base, ThreadCount());
+  Task task(true);
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &task));
+  ASSERT_TRUE(task.started.Wait());
+  EXPECT_NE(syscall(SYS_gettid), task.tid);
+  EXPECT_EQ(base + 1, ThreadCount());
+  task.release.Open();
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+  EXPECT_TRUE(task.finished.IsOpen());
+  EXPECT_TRUE(WaitForThreadCount(base));
+}
+
+TEST(ThreadPool, FailedCreationLeavesNoWorkerAndTheTableHolds64Pools) {
+  const int base = ThreadCount();
+  oxa_test::StderrCapture capture;
+  EXPECT_EQ(nullptr, OXA_ThreadPool_Create(3, 2));          // more initial than maximum
+  EXPECT_EQ(nullptr, OXA_ThreadPool_CreateEx(2, 2, 1000));  // stack below the minimum
+  EXPECT_TRUE(WaitForThreadCount(base));
+  std::vector<OXA_THREADPOOL> pools;
+  for (int i = 0; i < 64; ++i)
+    pools.push_back(OXA_ThreadPool_Create(0, 1));
+  for (OXA_THREADPOOL pool : pools)
+    EXPECT_NE(nullptr, pool);
+  EXPECT_EQ(nullptr, OXA_ThreadPool_Create(0, 1));
+  ASSERT_EQ(0, OXA_ThreadPool_Destroy(pools[10]));
+  EXPECT_EQ(pools[10], OXA_ThreadPool_Create(0, 1)) << "the freed entry is reused";
+  for (OXA_THREADPOOL pool : pools)
+    EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+  const std::string text = capture.Take();
+  EXPECT_TRUE(Contains(text,
+                       "trovik !!! OXA_CreateThread_Local (pThreadPool->nCurrCount == "
+                       "pThreadPool->nMaxCount) error, return -1, 1\n"));
+  EXPECT_TRUE(Contains(text,
+                       "trovik !!! OXA_CreateThread_Local OXA_Thread_Create error, "
+                       "return -1 3\n"));
+  EXPECT_TRUE(Contains(text,
+                       "trovik !!! OXA_InitThread_Local OXA_CreateThread_Local error, "
+                       "return -1 2\n"));
+  EXPECT_TRUE(Contains(text,
+                       "trovik !!! OXA_ThreadPool_Create OXA_InitThread_Local error, "
+                       "return -1 3\n"));
+  EXPECT_TRUE(Contains(text,
+                       "trovik !!! OXA_ThreadPool_Create OXA_GetIdleThreadPool_Local "
+                       "error, return -1 2\n"));
+}
+
+TEST(ThreadPool, FullPoolFailsAtOnceOrWithWaitPollsUntilAWorkerIsFree) {
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(1, 1);
+  ASSERT_NE(nullptr, pool);
+  Task busy(true), next;
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &busy));
+  ASSERT_TRUE(busy.started.Wait());
+  oxa_test::Stopwatch watch;
+  EXPECT_EQ(-1, OXA_ThreadPool_Work(pool, RunTask, &next));
+  EXPECT_LT(watch.Elapsed().count(), 1000);
+  auto waiting = std::async(std::launch::async,
+                            [&] { return OXA_ThreadPool_WorkEx(pool, RunTask, &next, 1); });
+  EXPECT_EQ(std::future_status::timeout, waiting.wait_for(milliseconds(50)));
+  busy.release.Open();
+  ASSERT_EQ(std::future_status::ready, waiting.wait_for(milliseconds(kHangGuardMs)));
+  EXPECT_EQ(0, waiting.get());
+  ASSERT_TRUE(next.finished.Wait());
+  EXPECT_EQ(busy.tid, next.tid);
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+}
+
+TEST(ThreadPool, DestroyRefusesWaitingItemsAndWaitsForRunningOnes) {
+  const int base = ThreadCount();
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(1, 1);
+  ASSERT_NE(nullptr, pool);
+  Task busy(true), refused;
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &busy));
+  ASSERT_TRUE(busy.started.Wait());
+  auto waiting = std::async(std::launch::async,
+                            [&] { return OXA_ThreadPool_WorkEx(pool, RunTask, &refused, 1); });
+  auto destroying = std::async(std::launch::async, [&] { return OXA_ThreadPool_Destroy(pool); });
+  ASSERT_EQ(std::future_status::ready, waiting.wait_for(milliseconds(kHangGuardMs)));
+  EXPECT_EQ(-1, waiting.get());
+  EXPECT_EQ(std::future_status::timeout, destroying.wait_for(milliseconds(50)));
+  busy.release.Open();
+  ASSERT_EQ(std::future_status::ready, destroying.wait_for(milliseconds(kHangGuardMs)));
+  EXPECT_EQ(0, destroying.get());
+  EXPECT_TRUE(busy.finished.IsOpen());
+  EXPECT_FALSE(refused.started.IsOpen());
+  oxa_test::StderrCapture capture;
+  EXPECT_EQ(-1, OXA_ThreadPool_Work(pool, RunTask, &refused));  // destroyed: silently refused
+  EXPECT_EQ("", capture.Take());
+  EXPECT_TRUE(WaitForThreadCount(base));
+}
+
+TEST(ThreadPool, LowestIdleWorkerTakesEachItem) {
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(3, 3);
+  ASSERT_NE(nullptr, pool);
+  Task tasks[3] = {Task(true), Task(true), Task(true)};
+  for (Task& task : tasks) {
+    ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &task));
+    ASSERT_TRUE(task.started.Wait());
+  }
+  // The workers were started in slot order, so their thread ids rise with the slot index.
+  EXPECT_LT(tasks[0].tid, tasks[1].tid);
+  EXPECT_LT(tasks[1].tid, tasks[2].tid);
+  tasks[1].release.Open();
+  Task again(true);
+  ASSERT_EQ(0, OXA_ThreadPool_WorkEx(pool, RunTask, &again, 1));
+  ASSERT_TRUE(again.started.Wait());
+  EXPECT_EQ(tasks[1].tid, again.tid);
+  for (Task* task : {&tasks[0], &tasks[2], &again})
+    task->release.Open();
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+}
+
+TEST(ThreadPool, ExtraWorkerRetiresAfterIdleTimeoutInitialOneStays) {
+  const int base = ThreadCount();
+  OXA_THREADPOOL pool = OXA_ThreadPool_CreateFlex(1, 2, 256 * 1024, 100);
+  ASSERT_NE(nullptr, pool);
+  Task busy(true), extra;
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &busy));
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &extra));  // starts worker 1
+  ASSERT_TRUE(extra.finished.Wait());
+  ASSERT_TRUE(WaitForThreadCount(base + 1));
+  // The time-out is polled on a millisecond tick, so allow for its rounding below 100 ms.
+  EXPECT_GE(std::chrono::steady_clock::now() - extra.done_at, milliseconds(90));
+  busy.release.Open();
+  std::this_thread::sleep_for(milliseconds(400));  // well past the time-out: nothing may retire
+  EXPECT_EQ(base + 1, ThreadCount());
+  Task later;
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &later));
+  EXPECT_TRUE(later.finished.Wait());
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+  EXPECT_TRUE(WaitForThreadCount(base));
+}
+
+TEST(ThreadPool, ItemsCarryTheSubmittersTraceContextButNotWhenTheyStartAWorker) {
+  auto& trace = oxa::oxa_tlsTraceInfoOper::instance();
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(1, 2);
+  ASSERT_NE(nullptr, pool);
+  ASSERT_EQ(0, trace.setTraceInfo(MakeTrace("req-7")));
+  Task traced(true);
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &traced));  // idle worker 0
+  ASSERT_TRUE(traced.started.Wait());
+  EXPECT_EQ(0, traced.trace_result);
+  EXPECT_STREQ("req-7", traced.trace.text1);
+  EXPECT_EQ(7, traced.trace.byte1);
+  Task grown;
+  ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &grown));  // starts worker 1
+  ASSERT_TRUE(grown.finished.Wait());
+  EXPECT_EQ(0, grown.trace_result);
+  EXPECT_STREQ("", grown.trace.text1);
+  traced.release.Open();
+  ASSERT_TRUE(traced.finished.Wait());
+  ASSERT_EQ(0, trace.eraseTraceInfo());
+  Task untraced;  // a submitter without context hands over an empty one
+  ASSERT_EQ(0, OXA_ThreadPool_WorkEx(pool, RunTask, &untraced, 1));
+  ASSERT_TRUE(untraced.finished.Wait());
+  EXPECT_EQ(0, untraced.trace_result);
+  EXPECT_STREQ("", untraced.trace.text1);
+  EXPECT_EQ(0, untraced.trace.byte1);
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+}
+
+TEST(ThreadPool, ClassWrapsOnePoolAcrossAModuleRestart) {
+  const int base = ThreadCount();
+  EXPECT_EQ(0, OXA_InitThreadPool_Inter());
+  OXA_ThreadPool pool;
+  EXPECT_EQ(-1, pool.Destroy());  // no pool yet
+  EXPECT_EQ(-1, pool.Create(1, MAX_THREAD_PER_THREADPOOL + 1));
+  ASSERT_EQ(0, pool.Create(1, 1));
+  Task task;
+  ASSERT_EQ(0, pool.Work(RunTask, &task));
+  EXPECT_TRUE(task.finished.Wait());
+  EXPECT_EQ(0, pool.Destroy());
+  EXPECT_EQ(-1, pool.Work(RunTask, &task));  // the handle is kept, the pool is stopping
+  EXPECT_TRUE(WaitForThreadCount(base));
+  EXPECT_EQ(0, OXA_FiniThreadPool_Inter());
+  EXPECT_EQ(0, OXA_InitThreadPool_Inter());
+  EXPECT_EQ(0, pool.Create(1, 1)) << "the table works again after a restart";
+  EXPECT_EQ(0, pool.Destroy());
+}
+
+TEST(ThreadPool, AllWorkersOfAFullSizePoolRunAtOnce) {
+  const int base = ThreadCount();
+  OXA_THREADPOOL pool =
+      OXA_ThreadPool_CreateEx(MAX_THREAD_PER_THREADPOOL, MAX_THREAD_PER_THREADPOOL, 256 * 1024);
+  ASSERT_NE(nullptr, pool);
+  EXPECT_EQ(base + MAX_THREAD_PER_THREADPOOL, ThreadCount());
+  std::vector<Task> tasks(MAX_THREAD_PER_THREADPOOL);
+  for (Task& task : tasks)
+    task.block = true;
+  for (Task& task : tasks)
+    ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &task));
+  for (Task& task : tasks)
+    ASSERT_TRUE(task.started.Wait());
+  Task one_more;
+  EXPECT_EQ(-1, OXA_ThreadPool_Work(pool, RunTask, &one_more));
+  for (Task& task : tasks)
+    task.release.Open();
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
+  EXPECT_TRUE(WaitForThreadCount(base));
+}
+
+}  // namespace
