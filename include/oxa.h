@@ -9,11 +9,14 @@
 #include "oxa_event.h"
 #include "oxa_frame.h"
 #include "oxa_netflow.h"
+#include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
 #include "oxa_sysinfo.h"
 #include "oxa_thread.h"
+#include "oxa_threadpool.h"
 #include "oxa_time.h"
+#include "oxa_timer.h"
 #include "oxa_trace.h"
 
 #endif /* OXA_H_ */

@@ -4,9 +4,13 @@
 
 #include <ios>
 
+#include "oxa_addr.h"
 #include "oxa_frame.h"
+#include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
+#include "oxa_threadpool.h"
+#include "oxa_timer.h"
 
 #include "frame/load_order.h"
 #include "frame/scoped_lock.h"
@@ -33,9 +37,13 @@ struct Module {
   uint32_t started;  // Guarded by g_init_lock.
 };
 
-// Start order, and also the tear-down order (which is not reversed).
+// Start order, and also the tear-down order (which is not reversed). The timer module is
+// never started here, so its flag stays clear and its stop step is skipped in practice; the
+// step is kept so that the stop order stays complete.
 Module g_modules[] = {
+    {nullptr, OXA_FiniTimer_Inter, 0},
     {OXA_InitNetwork_Inter, OXA_FiniNetwork_Inter, 0},
+    {OXA_InitThreadPool_Inter, OXA_FiniThreadPool_Inter, 0},
     {OXA_InitError_Inter, OXA_FiniError_Inter, 0},
 };
 
@@ -65,6 +73,14 @@ int StartModules() {
   return 0;
 }
 
+// Every start, first or nested, sets the default address family from the adapters the host
+// has now. The query's failure does not affect the start.
+// REQUIRES: g_init_lock held.
+void RefreshDefaultFamily() {
+  OXA_ADAPTER_INFO_T* adapters = nullptr;
+  if (OXA_GetAdapterInfoEx(&adapters, &g_Af) == 0) OXA_FreeAdapterInfo(adapters);
+}
+
 }  // namespace
 
 extern "C" {
@@ -73,6 +89,7 @@ OXA_API int OXA_InitEx(void) {
   oxa::internal::ScopedLock<OXA_Mutex> hold(g_init_lock);
   if (g_init_count == 0 && StartModules() != 0) return OXA_ERROR;
   ++g_init_count;
+  RefreshDefaultFamily();
   return 0;
 }
 

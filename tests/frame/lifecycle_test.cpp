@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "oxa_addr.h"
 #include "oxa_frame.h"
 
 #include "support/test_support.h"
@@ -68,7 +69,7 @@ TEST(Lifecycle, UnmatchedStopWrapsTheCountWithoutGuard) {
 
 TEST(Lifecycle, ConcurrentStartsAndStopsBalance) {
   constexpr int kThreads = 4;
-  constexpr int kRounds = 200;
+  constexpr int kRounds = 25;
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([] {
@@ -81,6 +82,22 @@ TEST(Lifecycle, ConcurrentStartsAndStopsBalance) {
   for (auto& thread : threads)
     thread.join();
   EXPECT_EQ(-1, OXA_SetLastError(1)) << "every start was matched: the library is stopped";
+}
+
+TEST(Lifecycle, EveryStartRefreshesTheDefaultFamilyQuickly) {
+  g_Af = 0;
+  oxa_test::Stopwatch watch;
+  ASSERT_EQ(0, OXA_Init());
+  // Every host has loopback, so at least one family is found.
+  EXPECT_TRUE(g_Af == 2 || g_Af == 10 || g_Af == 101) << g_Af;
+  g_Af = 0;
+  ASSERT_EQ(0, OXA_InitEx());  // nested starts refresh it too
+  EXPECT_NE(0, g_Af);
+  // The adapter query must not wait out its 3-second netlink time-out.
+  EXPECT_LT(watch.Elapsed().count(), 2000);
+  EXPECT_EQ(0, OXA_Fini());
+  EXPECT_EQ(0, OXA_Fini());
+  g_Af = 2;
 }
 
 }  // namespace
