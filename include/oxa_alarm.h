@@ -62,16 +62,14 @@ class OXA_API CAlarmClock {
   static void* OnThreadRunCallback(void* clock);
 
  private:
-  struct CAlarm {
+  // Hidden, so the list and map code instantiated for it stays out of the exported names.
+  struct __attribute__((visibility("hidden"))) CAlarm {
     int id;
     AlarmCallback callback;
     void* user_data;
     long long due_ms;  // OXA_GetTimeTick64 milliseconds
   };
   typedef std::list<CAlarm*> AlarmList;
-
-  pthread_mutex_t* AlarmMutex();
-  void DropAlarms();  // REQUIRES: alarm_lock_ held.
 
   OXA_Mutex start_stop_lock_;   // serialises Start and Stop
   OXA_UniqueMutex alarm_lock_;  // guards everything below except thread_

@@ -107,8 +107,6 @@ class OXA_API OXA_SharedMutex {
   int TryLockShread();
 
  private:
-  pthread_mutex_t* StateMutex();
-
   CStateData state_;
   OXA_UniqueMutex state_lock_;
   OXA_Cond readers_gate_;  // would-be shared holders wait here

@@ -17,10 +17,17 @@
 
 using oxa::internal::ScopedLock;
 
+namespace {
+
 // The gates wait with the state lock's system mutex, which is the class's only field.
 static_assert(std::is_standard_layout_v<OXA_UniqueMutex> &&
                   sizeof(OXA_UniqueMutex) == sizeof(pthread_mutex_t),
               "OXA_UniqueMutex is its mutex storage");
+pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
+  return reinterpret_cast<pthread_mutex_t*>(&mutex);
+}
+
+}  // namespace
 
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(OXA_SharedMutex::CStateData) == 12, "state record is three 32-bit words");
@@ -32,10 +39,6 @@ OXA_SharedMutex::OXA_SharedMutex() : state_{0, 0, 0} {}
 
 OXA_SharedMutex::~OXA_SharedMutex() = default;  // members go in reverse: writers' gate first
 
-pthread_mutex_t* OXA_SharedMutex::StateMutex() {
-  return reinterpret_cast<pthread_mutex_t*>(&state_lock_);
-}
-
 int OXA_SharedMutex::Lock() {
   ScopedLock<OXA_UniqueMutex> hold(state_lock_);
   bool counted = false;
@@ -44,7 +47,7 @@ int OXA_SharedMutex::Lock() {
       ++state_.waiting_writers;  // from here on, new readers stay out
       counted = true;
     }
-    writers_gate_.Wait(StateMutex());
+    writers_gate_.Wait(SystemMutex(state_lock_));
   }
   if (counted) --state_.waiting_writers;
   state_.exclusive = 1;
@@ -72,7 +75,7 @@ int OXA_SharedMutex::TryLock() {
 int OXA_SharedMutex::LockShared() {
   ScopedLock<OXA_UniqueMutex> hold(state_lock_);
   while (state_.exclusive != 0 || state_.waiting_writers != 0) {
-    readers_gate_.Wait(StateMutex());
+    readers_gate_.Wait(SystemMutex(state_lock_));
   }
   ++state_.shared_holders;
   return 0;

@@ -15,11 +15,6 @@
 
 using oxa::internal::ScopedLock;
 
-// The condition waits with the alarm lock's system mutex, which is the class's only field.
-static_assert(std::is_standard_layout_v<OXA_UniqueMutex> &&
-                  sizeof(OXA_UniqueMutex) == sizeof(pthread_mutex_t),
-              "OXA_UniqueMutex is its mutex storage");
-
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(OXA_HANDLE) == 4, "thread handle is 32-bit");
 // vtable pointer, two mutexes, handle, condition, two flags (padded), list, map.
@@ -27,6 +22,14 @@ static_assert(sizeof(oxa::CAlarmClock) == 4 + 24 + 24 + 4 + 48 + 4 + 12 + 24, "a
 #endif
 
 namespace {
+
+// The condition waits with the alarm lock's system mutex, which is the class's only field.
+static_assert(std::is_standard_layout_v<OXA_UniqueMutex> &&
+                  sizeof(OXA_UniqueMutex) == sizeof(pthread_mutex_t),
+              "OXA_UniqueMutex is its mutex storage");
+pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
+  return reinterpret_cast<pthread_mutex_t*>(&mutex);
+}
 
 // A single wait is at most this long; a later due time is reached by waiting again. All ones
 // is kept clear of, since the library reads it as "no limit".
@@ -58,10 +61,6 @@ CAlarmClock::~CAlarmClock() {
   // The members go in reverse order: map and list nodes, condition, alarm lock, start lock.
 }
 
-pthread_mutex_t* CAlarmClock::AlarmMutex() {
-  return reinterpret_cast<pthread_mutex_t*>(&alarm_lock_);
-}
-
 bool CAlarmClock::Start() {
   ScopedLock<OXA_Mutex> serial(start_stop_lock_);
   if (thread_ == OXA_INVALID_HANDLE) {
@@ -82,16 +81,12 @@ void CAlarmClock::Stop() {
   OXA_Thread_Wait(thread_);  // a running callback finishes first
   {
     ScopedLock<OXA_UniqueMutex> hold(alarm_lock_);
-    DropAlarms();
+    for (CAlarm* alarm : alarms_)
+      delete alarm;  // pending callbacks are dropped, not called
+    alarms_.clear();
+    ids_.clear();
   }
   thread_ = OXA_INVALID_HANDLE;
-}
-
-void CAlarmClock::DropAlarms() {
-  for (CAlarm* alarm : alarms_)
-    delete alarm;  // pending callbacks are dropped, not called
-  alarms_.clear();
-  ids_.clear();
 }
 
 bool CAlarmClock::AddAlarm(int id, AlarmCallback callback, void* user_data, long long delay_ms) {
@@ -151,7 +146,7 @@ void CAlarmClock::Run() {
       if (stop_) return;
       if (alarms_.empty()) {
         waiting_ = true;
-        wake_.Wait(AlarmMutex());
+        wake_.Wait(SystemMutex(alarm_lock_));
         waiting_ = false;
         continue;
       }
@@ -159,7 +154,7 @@ void CAlarmClock::Run() {
       const long long now = NowMs();
       if (now < front->due_ms) {
         waiting_ = true;
-        wake_.TimedWait(AlarmMutex(), WaitSpanMs(front->due_ms - now));
+        wake_.TimedWait(SystemMutex(alarm_lock_), WaitSpanMs(front->due_ms - now));
         waiting_ = false;
         continue;  // re-examine the front: it may have been removed or overtaken
       }

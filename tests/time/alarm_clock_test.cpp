@@ -1,8 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "oxa_alarm.h"
@@ -26,6 +32,7 @@ struct Recorder {
   std::vector<int> ids;
   std::vector<Clock::time_point> times;
   std::vector<void*> clocks;
+  std::vector<pid_t> tids;
   int rearm_id = -1;  // an alarm with this id removes and re-adds itself once
   bool rearm_removed = true, rearm_added = false;
 
@@ -40,6 +47,7 @@ struct Recorder {
     self->ids.push_back(id);
     self->times.push_back(Clock::now());
     self->clocks.push_back(clock);
+    self->tids.push_back(static_cast<pid_t>(::syscall(SYS_gettid)));
     self->fired.notify_all();
   }
 
@@ -96,18 +104,36 @@ TEST(AlarmClock, FiresNoEarlierThanItsDelay) {
   EXPECT_LT(rec.MsFrom(start, 0), 2000);
 }
 
+// True once the thread sits in a blocking wait (state S in its /proc stat line).
+bool WaitUntilAsleep(pid_t tid) {
+  const std::string path = "/proc/self/task/" + std::to_string(tid) + "/stat";
+  oxa_test::Stopwatch watch;
+  while (watch.Elapsed().count() < kHangGuardMs) {
+    std::ifstream stat(path);
+    std::string line;
+    std::getline(stat, line);
+    const auto name_end = line.rfind(')');
+    if (name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0) return true;
+    std::this_thread::yield();
+  }
+  return false;
+}
+
 // The thread sleeps until a far alarm; a nearer one added meanwhile must wake it.
 TEST(AlarmClock, EarlierAlarmCutsTheCurrentWaitShort) {
   Recorder rec;
   CAlarmClock clock;
-  ASSERT_TRUE(clock.Start());
   ASSERT_TRUE(clock.AddAlarm(1, &Recorder::OnAlarm, &rec, kOneHourMs));
+  ASSERT_TRUE(clock.AddAlarm(0, &Recorder::OnAlarm, &rec, 0));  // tells the thread's id
+  ASSERT_TRUE(clock.Start());
+  ASSERT_TRUE(rec.WaitFor(1));
+  ASSERT_TRUE(WaitUntilAsleep(rec.tids.at(0)));  // now waiting for alarm 1
   const auto start = Clock::now();
   ASSERT_TRUE(clock.AddAlarm(2, &Recorder::OnAlarm, &rec, 50));
-  ASSERT_TRUE(rec.WaitFor(1));
-  EXPECT_EQ(std::vector<int>{2}, rec.Ids());
-  EXPECT_GE(rec.MsFrom(start, 0), 50 - kRoundingMs);
-  EXPECT_LT(rec.MsFrom(start, 0), 2000);
+  ASSERT_TRUE(rec.WaitFor(2));
+  EXPECT_EQ((std::vector<int>{0, 2}), rec.Ids());
+  EXPECT_GE(rec.MsFrom(start, 1), 50 - kRoundingMs);
+  EXPECT_LT(rec.MsFrom(start, 1), 2000);
 }
 
 TEST(AlarmClock, DuplicateIdIsRefusedAndACallbackMayRearmItself) {
