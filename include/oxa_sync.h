@@ -55,8 +55,9 @@ OXA_API int OXA_SemPost(sem_t* sem);
  */
 
 /**
- * Initialises a condition that measures time on the monotonic clock; 0 or -1. Prints
- * "OXA_CondCreate pCond:%p,pCondAttr:%p" on standard error.
+ * Initialises a condition that measures time on the monotonic clock; 0 or -1 (errno set).
+ * Prints "OXA_CondCreate pCond:%p,pCondAttr:%p" on standard error. Creating the same storage
+ * again without destroying it re-initialises it and replaces its attribute.
  */
 OXA_API int OXA_CondCreate(pthread_cond_t* cond);
 /**
@@ -68,7 +69,8 @@ OXA_API int OXA_CondDestroy(pthread_cond_t* cond);
 OXA_API int OXA_CondWait(pthread_cond_t* cond, pthread_mutex_t* mutex);
 /**
  * Waits for a signal at most timeout_ms (one wait, no retry); 0 when woken (possibly
- * spuriously), ETIMEDOUT when the time ran out.
+ * spuriously or by an interruption), ETIMEDOUT when the time ran out. 0xFFFFFFFF is a time-out
+ * like any other (about 49.7 days), not an endless wait.
  */
 OXA_API int OXA_CondTimedWait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                               unsigned int timeout_ms);
@@ -144,6 +146,8 @@ class OXA_API OXA_Sema {
 
   int Wait();
   int TimedWait(unsigned int timeout_ms);
+  /** Posts unless the value has reached the maximum: the sem_post result, or -1 without
+   * posting. */
   int Post();
 
  private:
