@@ -31,7 +31,8 @@ pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
 
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(OXA_SharedMutex::CStateData) == 12, "state record is three 32-bit words");
-static_assert(sizeof(OXA_SharedMutex) == 12 + 24 + 48 + 48,
+// State, state lock, 4 bytes of padding (a condition is 8-byte aligned), the two gates.
+static_assert(sizeof(OXA_SharedMutex) == 12 + 24 + 4 + 48 + 48,
               "state, state lock, readers' gate, writers' gate");
 #endif
 
