@@ -137,9 +137,10 @@ TEST(SharedMutex, ContendedReadersAndWritersStayExclusiveAndWritersGetIn) {
       return longest_ms;
     }));
   }
+  const auto deadline = std::chrono::steady_clock::now() + milliseconds(3 * kHangGuardMs);
   std::vector<std::future_status> done;
   for (auto& writer : writers)
-    done.push_back(writer.wait_for(milliseconds(4 * kHangGuardMs)));
+    done.push_back(writer.wait_until(deadline));
   stop.store(true);  // ends the stream, so a starved writer gets in now and the test ends
   for (auto& reader : readers)
     reader.join();
