@@ -5,6 +5,8 @@
 #define OXA_H_
 
 #include "oxa_addr.h"
+#include "oxa_alarm.h"
+#include "oxa_atomic.h"
 #include "oxa_base.h"
 #include "oxa_event.h"
 #include "oxa_frame.h"
