@@ -14,20 +14,10 @@
 #include "oxa_sync.h"
 
 #include "frame/scoped_lock.h"
+#include "sync/mutex_storage.h"
 
 using oxa::internal::ScopedLock;
-
-namespace {
-
-// The gates wait with the state lock's system mutex, which is the class's only field.
-static_assert(std::is_standard_layout_v<OXA_UniqueMutex> &&
-                  sizeof(OXA_UniqueMutex) == sizeof(pthread_mutex_t),
-              "OXA_UniqueMutex is its mutex storage");
-pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
-  return reinterpret_cast<pthread_mutex_t*>(&mutex);
-}
-
-}  // namespace
+using oxa::internal::SystemMutex;
 
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(OXA_SharedMutex::CStateData) == 12, "state record is three 32-bit words");

@@ -12,8 +12,10 @@
 #include "oxa_time.h"
 
 #include "frame/scoped_lock.h"
+#include "sync/mutex_storage.h"
 
 using oxa::internal::ScopedLock;
+using oxa::internal::SystemMutex;
 
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(OXA_HANDLE) == 4, "thread handle is 32-bit");
@@ -22,14 +24,6 @@ static_assert(sizeof(oxa::CAlarmClock) == 4 + 24 + 24 + 4 + 48 + 4 + 12 + 24, "a
 #endif
 
 namespace {
-
-// The condition waits with the alarm lock's system mutex, which is the class's only field.
-static_assert(std::is_standard_layout_v<OXA_UniqueMutex> &&
-                  sizeof(OXA_UniqueMutex) == sizeof(pthread_mutex_t),
-              "OXA_UniqueMutex is its mutex storage");
-pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
-  return reinterpret_cast<pthread_mutex_t*>(&mutex);
-}
 
 // A single wait is at most this long; a later due time is reached by waiting again. All ones
 // is kept clear of, since the library reads it as "no limit".
