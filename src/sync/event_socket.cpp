@@ -1,7 +1,6 @@
 // Socket events: an event that OXA_EventSelect tied to a socket. Its readiness comes from the
 // socket's state, judged after a multiple wait and kept in the event as one network-event bit.
 #include <errno.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -9,6 +8,7 @@
 
 #include "oxa_event.h"
 #include "oxa_frame.h"
+#include "oxa_socket.h"
 #include "oxa_sync.h"
 
 #include "sync/event_internal.h"
@@ -22,12 +22,6 @@ constexpr int32_t kReadOrClose = OXA_FD_READ | OXA_FD_CLOSE;
 // Selections that need the socket polled for reading.
 constexpr int32_t kReadInterest = OXA_FD_READ | OXA_FD_ACCEPT | OXA_FD_CLOSE;
 constexpr unsigned int kRecursiveLock = 0xFFFFFFFFu;
-
-// Sets O_NONBLOCK by reading then writing the descriptor's flags; 0, or -1 if the write fails.
-int SetNonBlocking(int fd) {
-  const int flags = fcntl(fd, F_GETFL);
-  return fcntl(fd, F_SETFL, flags | O_NONBLOCK) == -1 ? -1 : 0;
-}
 
 uint32_t PollInterestFor(int32_t selected) {
   uint32_t interest = 0;
@@ -109,7 +103,7 @@ OXA_API int OXA_EventSelect(int socket, OXA_EVENT_HANDLE event, int network_even
   }
   event->lNetworkEvents = network_events;
   event->iSocket = socket;
-  SetNonBlocking(socket);  // not checked: a bad socket shows up in the waits
+  OXA_SetNonBlock(socket, 1);  // not checked: a bad socket shows up in the waits
   event->uPollFlags = PollInterestFor(network_events);
   return 0;
 }
