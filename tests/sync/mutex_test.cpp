@@ -7,67 +7,48 @@
 
 namespace {
 
-TEST(Mutex, NullPointerGivesMinusOne) {
+// The holder locks again: a recursive mutex (type -1) counts, a normal one (0) is busy, and an
+// error-checking one (2, passed on unchanged) reports the deadlock.
+TEST(Mutex, NullPointersAndTheThreeTypes) {
   EXPECT_EQ(-1, OXA_MutexCreate(nullptr, 0));
-  EXPECT_EQ(-1, OXA_MutexDestroy(nullptr));
-  EXPECT_EQ(-1, OXA_MutexLock(nullptr));
-  EXPECT_EQ(-1, OXA_MutexTryLock(nullptr));
-  EXPECT_EQ(-1, OXA_MutexUnlock(nullptr));
-}
-
-TEST(Mutex, TypeSelectsRecursiveNormalOrErrorChecking) {
-  pthread_mutex_t mutex;
-  ASSERT_EQ(0, OXA_MutexCreate(&mutex, 0xFFFFFFFFu));  // -1: recursive
-  EXPECT_EQ(0, OXA_MutexLock(&mutex));
-  EXPECT_EQ(0, OXA_MutexTryLock(&mutex));
-  EXPECT_EQ(0, OXA_MutexUnlock(&mutex));
-  EXPECT_EQ(0, OXA_MutexUnlock(&mutex));
-  EXPECT_EQ(0, OXA_MutexDestroy(&mutex));
-
-  ASSERT_EQ(0, OXA_MutexCreate(&mutex, 0));  // normal
-  EXPECT_EQ(0, OXA_MutexLock(&mutex));
-  EXPECT_EQ(-1, OXA_MutexTryLock(&mutex));
+  for (auto* fn : {OXA_MutexDestroy, OXA_MutexLock, OXA_MutexTryLock, OXA_MutexUnlock})
+    EXPECT_EQ(-1, fn(nullptr));
+  pthread_mutex_t recursive, normal, checking;
+  ASSERT_EQ(0, OXA_MutexCreate(&recursive, 0xFFFFFFFFu));
+  ASSERT_EQ(0, OXA_MutexCreate(&normal, 0));
+  ASSERT_EQ(0, OXA_MutexCreate(&checking, 2));
+  for (pthread_mutex_t* mutex : {&recursive, &normal, &checking})
+    ASSERT_EQ(0, OXA_MutexLock(mutex));
+  EXPECT_EQ(0, OXA_MutexTryLock(&recursive));
+  EXPECT_EQ(0, OXA_MutexUnlock(&recursive));
+  EXPECT_EQ(-1, OXA_MutexTryLock(&normal));
   EXPECT_EQ(EBUSY, errno);
-  EXPECT_EQ(-1, OXA_MutexDestroy(&mutex)) << "a locked mutex cannot be destroyed";
-  EXPECT_EQ(0, OXA_MutexUnlock(&mutex));
-  EXPECT_EQ(0, OXA_MutexDestroy(&mutex));
-
-  ASSERT_EQ(0, OXA_MutexCreate(&mutex, 2));  // error-checking
-  EXPECT_EQ(0, OXA_MutexLock(&mutex));
-  EXPECT_EQ(-1, OXA_MutexLock(&mutex));
+  EXPECT_EQ(-1, OXA_MutexDestroy(&normal)) << "a locked mutex cannot be destroyed";
+  EXPECT_EQ(-1, OXA_MutexLock(&checking));
   EXPECT_EQ(EDEADLK, errno);
-  EXPECT_EQ(0, OXA_MutexUnlock(&mutex));
-  EXPECT_EQ(0, OXA_MutexDestroy(&mutex));
+  for (pthread_mutex_t* mutex : {&recursive, &normal, &checking}) {
+    EXPECT_EQ(0, OXA_MutexUnlock(mutex));
+    EXPECT_EQ(0, OXA_MutexDestroy(mutex));
+  }
 }
 
-// The same thread locking twice tells a recursive mutex from a normal one.
+// The holder's try-lock tells a recursive mutex from a normal one.
 TEST(MutexClasses, DefaultsAreRecursiveExceptUniqueMutex) {
-  OXA_Mutex recursive;
-  OXA_Mutex normal(0);
+  OXA_Mutex recursive, normal(0);
   OXA_UniqueMutex unique;
-  oxa::oxa_mutex lower;
-  oxa::oxa_mutex lower_normal(0);
+  oxa::oxa_mutex lower, lower_normal(0);
   oxa::oxa_recursive_mutex virtual_recursive;
-  ASSERT_EQ(0, recursive.Lock());
-  ASSERT_EQ(0, normal.Lock());
-  ASSERT_EQ(0, unique.Lock());
-  ASSERT_EQ(0, lower.lock());
-  ASSERT_EQ(0, lower_normal.lock());
-  ASSERT_EQ(0, virtual_recursive.lock());
+  ASSERT_EQ(0, recursive.Lock() + normal.Lock() + unique.Lock());
+  ASSERT_EQ(0, lower.lock() + lower_normal.lock() + virtual_recursive.lock());
   EXPECT_EQ(0, recursive.TryLock());
   EXPECT_EQ(-1, normal.TryLock());
   EXPECT_EQ(-1, unique.TryLock());
   EXPECT_EQ(0, lower.trylock());
   EXPECT_EQ(-1, lower_normal.trylock());
   EXPECT_EQ(0, virtual_recursive.trylock());
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(0, recursive.Unlock());
-    EXPECT_EQ(0, lower.unlock());
-    EXPECT_EQ(0, virtual_recursive.unlock());
-  }
-  EXPECT_EQ(0, normal.Unlock());
-  EXPECT_EQ(0, unique.Unlock());
-  EXPECT_EQ(0, lower_normal.unlock());
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(0, recursive.Unlock() + lower.unlock() + virtual_recursive.unlock());
+  EXPECT_EQ(0, normal.Unlock() + unique.Unlock() + lower_normal.unlock());
 }
 
 }  // namespace
