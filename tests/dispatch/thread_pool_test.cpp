@@ -108,7 +108,6 @@ TEST(ThreadPool, EmptyPoolStartsAWorkerForItsFirstItem) {
   Task task(true);
   ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &task));
   ASSERT_TRUE(task.started.Wait());
-  EXPECT_NE(syscall(SYS_gettid), task.tid);
   EXPECT_EQ(base + 1, ThreadCount());
   task.release.Open();
   EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
@@ -296,8 +295,6 @@ TEST(ThreadPool, AllWorkersOfAFullSizePoolRunAtOnce) {
     ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &task));
   for (Task& task : tasks)
     ASSERT_TRUE(task.started.Wait());
-  Task one_more;
-  EXPECT_EQ(-1, OXA_ThreadPool_Work(pool, RunTask, &one_more));
   for (Task& task : tasks)
     task.release.Open();
   EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));

@@ -26,24 +26,18 @@ constexpr long long kOneHourMs = 3600 * 1000;
 // Ticks are rounded to the millisecond, so a delay may end up to 1 ms short in real time.
 constexpr long long kRoundingMs = 1;
 
-// The user data of every alarm: records what fired, when, on which clock and thread.
+// The user data of every alarm: records which alarm fired when, on which clock and thread.
 struct Recorder {
+  CAlarmClock* clock = nullptr;
   std::mutex mu;
   std::condition_variable fired;
-  std::vector<int> ids;
-  std::vector<Clock::time_point> times;
-  pid_t tid = 0;
-  int rearm_id = -1;  // an alarm with this id tries to remove, then re-adds itself, once
-  bool rearm_removed = true, rearm_added = false;
-  bool right_clock = true;
-  CAlarmClock* clock = nullptr;
+  std::vector<int> ids;                  // Guarded by mu.
+  std::vector<Clock::time_point> times;  // Guarded by mu.
+  pid_t tid = 0;                         // Guarded by mu.
+  bool right_clock = true;               // Guarded by mu.
 
   static void OnAlarm(void* clock, int id, void* user) {
     auto* self = static_cast<Recorder*>(user);
-    if (id == self->rearm_id && !self->rearm_added) {
-      self->rearm_removed = self->clock->RemoveAlarm(id);  // taken out already: false
-      self->rearm_added = self->clock->AddAlarm(id, &OnAlarm, user, 10);
-    }
     std::lock_guard<std::mutex> hold(self->mu);
     self->right_clock = self->right_clock && clock == self->clock;
     self->ids.push_back(id);
@@ -51,13 +45,10 @@ struct Recorder {
     self->tid = static_cast<pid_t>(::syscall(SYS_gettid));
     self->fired.notify_all();
   }
-  bool WaitFor(size_t count) {
+  // The ids fired so far, once there are n of them or the hang guard has passed.
+  std::vector<int> WaitFor(size_t n) {
     std::unique_lock<std::mutex> hold(mu);
-    return fired.wait_for(hold, std::chrono::milliseconds(kHangGuardMs),
-                          [&] { return ids.size() >= count; });
-  }
-  std::vector<int> Ids() {
-    std::lock_guard<std::mutex> hold(mu);
+    fired.wait_for(hold, std::chrono::milliseconds(kHangGuardMs), [&] { return ids.size() >= n; });
     return ids;
   }
   long long MsFrom(Clock::time_point start, size_t index) {
@@ -66,11 +57,19 @@ struct Recorder {
   }
 };
 
+// Taken out before its callback runs, the alarm can no longer be removed but can be added
+// again; it records its id negated if either of these went otherwise.
+void Rearm(void* clock, int id, void* user) {
+  CAlarmClock* self = static_cast<Recorder*>(user)->clock;
+  const bool as_expected =
+      !self->RemoveAlarm(id) && self->AddAlarm(id, &Recorder::OnAlarm, user, 10);
+  Recorder::OnAlarm(clock, as_expected ? id : -id, user);
+}
+
 // True once the thread sits in a blocking wait (state S in its /proc stat line).
 bool WaitUntilAsleep(pid_t tid) {
   const std::string path = "/proc/self/task/" + std::to_string(tid) + "/stat";
-  oxa_test::Stopwatch watch;
-  while (watch.Elapsed().count() < kHangGuardMs) {
+  for (oxa_test::Stopwatch watch; watch.Elapsed().count() < kHangGuardMs;) {
     std::ifstream stat(path);
     std::string line;
     std::getline(stat, line);
@@ -81,14 +80,14 @@ bool WaitUntilAsleep(pid_t tid) {
   return false;
 }
 
+// Alarms added before Start wait in the list. The 20 equal delays are added within a tick or
+// two, so many share a due time, and must still fire as added. A pending id is refused.
 TEST(AlarmClock, FiresByDueTimeWithTiesInInsertionOrder) {
   CAlarmClock clock;
-  Recorder rec;
+  Recorder rec, intruder;
   rec.clock = &clock;
-  // Added before Start, they wait in the list. The 20 equal delays are added within a tick or
-  // two, so many share a due time, and must still fire as added.
   std::vector<int> expected = {12, 13, 11};
-  ASSERT_TRUE(clock.AddAlarm(10, &Recorder::OnAlarm, &rec, 80));
+  ASSERT_TRUE(clock.AddAlarm(10, &Rearm, &rec, 80));
   ASSERT_TRUE(clock.AddAlarm(11, &Recorder::OnAlarm, &rec, 40));
   for (int id = 100; id < 120; ++id) {
     ASSERT_TRUE(clock.AddAlarm(id, &Recorder::OnAlarm, &rec, 40));
@@ -96,51 +95,25 @@ TEST(AlarmClock, FiresByDueTimeWithTiesInInsertionOrder) {
   }
   ASSERT_TRUE(clock.AddAlarm(12, &Recorder::OnAlarm, &rec, -5));  // due at once
   ASSERT_TRUE(clock.AddAlarm(13, &Recorder::OnAlarm, &rec, 0));
-  expected.push_back(10);
+  EXPECT_FALSE(clock.AddAlarm(10, &Recorder::OnAlarm, &intruder, 0));
+  expected.insert(expected.end(), {10, 10});
   ASSERT_TRUE(clock.Start());
-  ASSERT_TRUE(rec.WaitFor(expected.size()));
-  EXPECT_EQ(expected, rec.Ids());
+  EXPECT_EQ(expected, rec.WaitFor(expected.size()));
   EXPECT_TRUE(rec.right_clock);
+  EXPECT_TRUE(intruder.WaitFor(0).empty());  // it was due at once: it would have fired first
 }
 
-// The thread sleeps until a far alarm; a nearer one added meanwhile must wake it.
-TEST(AlarmClock, EarlierAlarmCutsTheCurrentWaitShort) {
+// Alarms added while the thread sleeps until a far alarm must wake it. Removing the front
+// alarm does not; the thread wakes at its due time and waits again for the next.
+TEST(AlarmClock, EarlierAlarmsCutTheWaitShortRemovedOnesNeverFire) {
   CAlarmClock clock;
   Recorder rec;
   rec.clock = &clock;
-  ASSERT_TRUE(clock.AddAlarm(1, &Recorder::OnAlarm, &rec, kOneHourMs));
+  ASSERT_TRUE(clock.AddAlarm(5, &Recorder::OnAlarm, &rec, kOneHourMs));
   ASSERT_TRUE(clock.AddAlarm(0, &Recorder::OnAlarm, &rec, 0));  // tells the thread's id
   ASSERT_TRUE(clock.Start());
-  ASSERT_TRUE(rec.WaitFor(1));
-  ASSERT_TRUE(WaitUntilAsleep(rec.tid));  // now waiting for alarm 1
-  const auto start = Clock::now();
-  ASSERT_TRUE(clock.AddAlarm(2, &Recorder::OnAlarm, &rec, 50));
-  ASSERT_TRUE(rec.WaitFor(2));
-  EXPECT_EQ((std::vector<int>{0, 2}), rec.Ids());
-  EXPECT_GE(rec.MsFrom(start, 1), 50 - kRoundingMs);
-  EXPECT_LT(rec.MsFrom(start, 1), 2000);
-}
-
-TEST(AlarmClock, DuplicateIdIsRefusedAndACallbackMayRearmItself) {
-  CAlarmClock clock;
-  Recorder rec, intruder;
-  rec.clock = &clock;
-  rec.rearm_id = 7;
-  ASSERT_TRUE(clock.AddAlarm(7, &Recorder::OnAlarm, &rec, 20));
-  EXPECT_FALSE(clock.AddAlarm(7, &Recorder::OnAlarm, &intruder, 0));
-  ASSERT_TRUE(clock.Start());
-  ASSERT_TRUE(rec.WaitFor(2));
-  EXPECT_EQ((std::vector<int>{7, 7}), rec.Ids());
-  EXPECT_FALSE(rec.rearm_removed);
-  EXPECT_TRUE(rec.rearm_added);
-  EXPECT_TRUE(intruder.Ids().empty());  // it was due at once: it would have fired first
-}
-
-TEST(AlarmClock, RemovedAlarmsNeverFire) {
-  CAlarmClock clock;
-  Recorder rec;
-  rec.clock = &clock;
-  ASSERT_TRUE(clock.Start());
+  ASSERT_EQ(1u, rec.WaitFor(1).size());
+  ASSERT_TRUE(WaitUntilAsleep(rec.tid));  // now waiting for alarm 5
   const auto start = Clock::now();
   ASSERT_TRUE(clock.AddAlarm(1, &Recorder::OnAlarm, &rec, 30));
   ASSERT_TRUE(clock.AddAlarm(2, &Recorder::OnAlarm, &rec, 60));
@@ -150,11 +123,10 @@ TEST(AlarmClock, RemovedAlarmsNeverFire) {
   EXPECT_FALSE(clock.RemoveAlarm(2));
   EXPECT_FALSE(clock.RemoveAlarm(99));
   EXPECT_TRUE(clock.RemoveAlarm(1));  // the front one, which the thread is waiting for
-  ASSERT_TRUE(rec.WaitFor(2));
-  EXPECT_EQ((std::vector<int>{4, 3}), rec.Ids());
-  EXPECT_GE(rec.MsFrom(start, 0), 40 - kRoundingMs);
-  EXPECT_GE(rec.MsFrom(start, 1), 90 - kRoundingMs);
-  EXPECT_LT(rec.MsFrom(start, 1), 2000);
+  ASSERT_EQ((std::vector<int>{0, 4, 3}), rec.WaitFor(3));
+  EXPECT_GE(rec.MsFrom(start, 1), 40 - kRoundingMs);
+  EXPECT_GE(rec.MsFrom(start, 2), 90 - kRoundingMs);
+  EXPECT_LT(rec.MsFrom(start, 2), 2000);
 }
 
 TEST(AlarmClock, StopIsTerminalAndNoThreadOrAlarmOutlivesTheClock) {
@@ -182,7 +154,7 @@ TEST(AlarmClock, StopIsTerminalAndNoThreadOrAlarmOutlivesTheClock) {
     ASSERT_TRUE(WaitForThreadCount(before + 1));
   }
   EXPECT_TRUE(WaitForThreadCount(before));
-  EXPECT_TRUE(rec.Ids().empty());
+  EXPECT_TRUE(rec.WaitFor(0).empty());
   EXPECT_EQ(nullptr, CAlarmClock::OnThreadRunCallback(nullptr));
 }
 

@@ -2,10 +2,12 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,23 +20,24 @@
 
 namespace {
 
-// A stdio stream over prepared text, for the parsers.
-class TextStream {
- public:
-  explicit TextStream(std::string text)
-      : text_(std::move(text)), file_(fmemopen(text_.data(), text_.size(), "r")) {}
-  ~TextStream() { fclose(file_); }
-  TextStream(const TextStream&) = delete;
-  TextStream& operator=(const TextStream&) = delete;
-  FILE* get() const { return file_; }
+using oxa::internal::ParseCpuTimes;
+using oxa::internal::ParseMemoryStatus;
 
- private:
-  std::string text_;
-  FILE* file_;
-};
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "expected texts assume little endian");
 
-// The per-processor lines of "/proc/stat" read independently: user nice system idle iowait
-// irq softirq of each.
+// A read-only stdio stream over prepared text, closed at the end of the full expression.
+std::unique_ptr<FILE, int (*)(FILE*)> Text(const std::string& text) {
+  return {fmemopen(const_cast<char*>(text.data()), text.size(), "r"), fclose};
+}
+
+// Prepared "/proc/meminfo" text parsed; all ones when parsing fails.
+OXA_MEMORY_STATUS ParseMeminfo(const std::string& text) {
+  OXA_MEMORY_STATUS status{};
+  if (ParseMemoryStatus(Text(text).get(), &status) != 0) memset(&status, 0xFF, sizeof status);
+  return status;
+}
+
+// user nice system idle iowait irq softirq of every processor line of "/proc/stat".
 std::vector<std::vector<oxa_uint64>> ReadCpuLines() {
   std::ifstream stat("/proc/stat");
   std::vector<std::vector<oxa_uint64>> cpus;
@@ -42,28 +45,14 @@ std::vector<std::vector<oxa_uint64>> ReadCpuLines() {
   std::getline(stat, line);  // the sum over all processors
   while (std::getline(stat, line) && line.compare(0, 3, "cpu") == 0) {
     std::istringstream fields(line.substr(line.find(' ')));
-    std::vector<oxa_uint64> values(7);
-    for (oxa_uint64& value : values)
+    cpus.emplace_back(7);
+    for (oxa_uint64& value : cpus.back())
       fields >> value;
-    cpus.push_back(values);
   }
   return cpus;
 }
 
-std::map<std::string, oxa_uint64> ReadMemInfoBytes() {
-  std::ifstream meminfo("/proc/meminfo");
-  std::map<std::string, oxa_uint64> bytes;
-  std::string name;
-  oxa_uint64 kb;
-  std::string unit_line;
-  while (meminfo >> name >> kb) {
-    std::getline(meminfo, unit_line);
-    bytes[name.substr(0, name.size() - 1)] = kb * 1024;
-  }
-  return bytes;
-}
-
-TEST(SysInfo, SleepsLastAtLeastTheirTime) {
+TEST(SysInfo, SleepsRandZeroMemoryAndProcessorCount) {
   oxa_test::Stopwatch ms_watch;
   EXPECT_EQ(0, OXA_Sleep(40));
   EXPECT_GE(ms_watch.Elapsed().count(), 40);
@@ -72,9 +61,8 @@ TEST(SysInfo, SleepsLastAtLeastTheirTime) {
   EXPECT_EQ(0, OXA_USleep(20000));
   EXPECT_GE(us_watch.Elapsed().count(), 20);
   EXPECT_LT(us_watch.Elapsed().count(), 3000);
-}
 
-TEST(SysInfo, RandIsTheGeneratorSeededWithTheTick) {
+  // Reseeded with the tick on every call: within one millisecond the same number, always.
   bool compared = false;
   for (int attempt = 0; attempt < 100 && !compared; ++attempt) {
     const unsigned int tick = OXA_GetTimeTick();
@@ -85,34 +73,28 @@ TEST(SysInfo, RandIsTheGeneratorSeededWithTheTick) {
     compared = true;
   }
   EXPECT_TRUE(compared);
-}
 
-TEST(SysInfo, ZeroMemoryAndProcessorCount) {
-  unsigned char bytes[8];
-  memset(bytes, 0xAA, sizeof bytes);
+  unsigned char bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
   EXPECT_EQ(bytes, OXA_ZeroMemory(bytes, 5));
-  const unsigned char expected[8] = {0, 0, 0, 0, 0, 0xAA, 0xAA, 0xAA};
-  EXPECT_EQ(0, memcmp(expected, bytes, sizeof bytes));
+  EXPECT_EQ(0, memcmp("\0\0\0\0\0\6\7\10", bytes, sizeof bytes));
   EXPECT_EQ(nullptr, OXA_ZeroMemory(nullptr, 5));
-  EXPECT_GE(OXA_GetCPUNumber(), 1);
-  EXPECT_GE(OXA_GetCPUNumber(), static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)));
+  EXPECT_EQ(sysconf(_SC_NPROCESSORS_CONF), OXA_GetCPUNumber());  // configured, not online
 }
 
 TEST(SysInfo, CpuPerformanceAsksForItsSizeThenMatchesProcStat) {
-  EXPECT_EQ(-1, OXA_GetCPUPerformance(nullptr, nullptr));
   const unsigned int cpus = static_cast<unsigned int>(OXA_GetCPUNumber());
   unsigned int size = 0;
   EXPECT_EQ(-1, OXA_GetCPUPerformance(nullptr, &size));
   EXPECT_EQ(56 * cpus, size);
   EXPECT_EQ(-1, OXA_GetCPUPerformance(nullptr, &size));  // room enough, but no records
+  EXPECT_EQ(-1, OXA_GetCPUPerformance(nullptr, nullptr));
   std::vector<OXA_CPU_TIMES> records(cpus);
   for (OXA_CPU_TIMES& record : records)
     record.uReserved1 = record.uReserved2 = 77;
   const auto before = ReadCpuLines();
   ASSERT_EQ(0, OXA_GetCPUPerformance(records.data(), &size));
   const auto after = ReadCpuLines();
-  ASSERT_GE(before.size(), cpus);
-  ASSERT_GE(after.size(), cpus);
+  ASSERT_TRUE(before.size() >= cpus && after.size() >= cpus);
   auto in_range = [](oxa_uint64 value, oxa_uint64 low, oxa_uint64 high, oxa_uint64 slack) {
     return value + slack >= low && value <= high + slack;
   };
@@ -126,39 +108,34 @@ TEST(SysInfo, CpuPerformanceAsksForItsSizeThenMatchesProcStat) {
     EXPECT_TRUE(in_range(r.uIdle, b[3], a[3], kIdleSlack)) << "cpu " << i;
     EXPECT_TRUE(in_range(r.uIdleTotal, b[3] + b[4], a[3] + a[4], kIdleSlack)) << "cpu " << i;
     EXPECT_TRUE(in_range(r.uInterrupt, b[5] + b[6], a[5] + a[6], 0)) << "cpu " << i;
-    EXPECT_EQ(77u, r.uReserved1);
-    EXPECT_EQ(77u, r.uReserved2);
+    EXPECT_TRUE(r.uReserved1 == 77 && r.uReserved2 == 77) << "cpu " << i;
   }
 }
 
 TEST(SysInfo, CpuLinesFromTenOnUseTwoDigitsAndCountersAre32Bit) {
   std::string text = "cpu  9 9 9 9 9 9 9 0 0 0\n";
   for (int i = 0; i < 12; ++i) {
-    const int b = i * 10;
-    text += "cpu" + std::to_string(i) + " " + std::to_string(b + 1) + " " + std::to_string(b + 2) +
-            " " + std::to_string(b + 3) + " " + std::to_string(b + 4) + " " +
-            std::to_string(b + 5) + " " + std::to_string(b + 6) + " " + std::to_string(b + 7) +
-            " 0 0 0\n";
+    text += "cpu" + std::to_string(i);
+    for (int k = 1; k <= 7; ++k)
+      text += " " + std::to_string(i * 10 + k);
+    text += " 0 0 0\n";
   }
-  text += "intr 1 2 3\n";
   std::vector<OXA_CPU_TIMES> records(12);
-  TextStream twelve(text);
-  ASSERT_EQ(0, oxa::internal::ParseCpuTimes(twelve.get(), records.data(), 12));
-  for (int i = 0; i < 12; ++i) {
-    const oxa_uint64 b = static_cast<oxa_uint64>(i) * 10;
-    EXPECT_EQ(b + 4, records[i].uIdle) << i;
-    EXPECT_EQ(b + 3, records[i].uSystem) << i;
-    EXPECT_EQ(2 * b + 3, records[i].uUser) << i;
-    EXPECT_EQ(2 * b + 9, records[i].uIdleTotal) << i;
-    EXPECT_EQ(2 * b + 13, records[i].uInterrupt) << i;
+  ASSERT_EQ(0, ParseCpuTimes(Text(text + "intr 1 2 3\n").get(), records.data(), 12));
+  for (oxa_uint64 i = 0; i < 12; ++i) {
+    const OXA_CPU_TIMES& r = records[i];
+    EXPECT_EQ(std::vector<oxa_uint64>(
+                  {i * 10 + 4, i * 10 + 3, 2 * i * 10 + 3, 2 * i * 10 + 9, 2 * i * 10 + 13}),
+              std::vector<oxa_uint64>({r.uIdle, r.uSystem, r.uUser, r.uIdleTotal, r.uInterrupt}))
+        << "cpu " << i;
   }
-  TextStream short_file("cpu  1 2 3 4 5 6 7\ncpu0 1 2 3 4 5 6 7\n");
-  EXPECT_EQ(-1, oxa::internal::ParseCpuTimes(short_file.get(), records.data(), 2));
+  EXPECT_EQ(
+      -1, ParseCpuTimes(Text("cpu  1 2 3 4 5 6 7\ncpu0 1 2 3 4 5 6 7\n").get(), records.data(), 2));
 
   // 2^32 + 5: 64-bit builds keep the low 32 bits, 32-bit builds saturate, as the C library's
   // 32-bit conversion does; either way the value is never read at 64-bit width.
-  TextStream wide("cpu  0\ncpu0 4294967301 0 0 0 0 0 0\n");
-  ASSERT_EQ(0, oxa::internal::ParseCpuTimes(wide.get(), records.data(), 1));
+  ASSERT_EQ(0,
+            ParseCpuTimes(Text("cpu  0\ncpu0 4294967301 0 0 0 0 0 0\n").get(), records.data(), 1));
   EXPECT_EQ(sizeof(long) == 8 ? 5u : 0xFFFFFFFFu, records[0].uUser);
 }
 
@@ -167,51 +144,63 @@ TEST(SysInfo, MemoryStatusMatchesProcMeminfo) {
   OXA_MEMORY_STATUS status;
   memset(&status, 0x5A, sizeof status);
   ASSERT_EQ(0, OXA_GetMemoryStatus(&status));
-  auto bytes = ReadMemInfoBytes();
+  std::ifstream meminfo("/proc/meminfo");
+  std::map<std::string, oxa_uint64> bytes;
+  std::string name, unit;
+  for (oxa_uint64 kb; meminfo >> name >> kb && std::getline(meminfo, unit);)
+    bytes[name.substr(0, name.size() - 1)] = kb * 1024;
   EXPECT_EQ(bytes["MemTotal"], status.uTotal);
   EXPECT_EQ(bytes["SwapTotal"], status.uSwapTotal);
   EXPECT_LE(status.uSwapFree, status.uSwapTotal);
-  EXPECT_GT(status.uAvailable, 0u);
-  EXPECT_LE(status.uAvailable, status.uTotal);
+  EXPECT_TRUE(status.uAvailable > 0 && status.uAvailable <= status.uTotal);
   const oxa_uint64 expected = bytes.count("MemAvailable")
                                   ? bytes["MemAvailable"]
                                   : bytes["MemFree"] + bytes["Buffers"] + bytes["Cached"];
-  const oxa_uint64 difference =
-      expected > status.uAvailable ? expected - status.uAvailable : status.uAvailable - expected;
-  EXPECT_LT(difference, status.uTotal / 10);  // memory moves between the two readings
-  EXPECT_EQ(0u, status.uReserved1);
-  EXPECT_EQ(0u, status.uReserved2);
+  // Memory moves between the two readings.
+  EXPECT_NEAR(static_cast<double>(expected), static_cast<double>(status.uAvailable),
+              static_cast<double>(status.uTotal) / 10);
+  EXPECT_TRUE(status.uReserved1 == 0 && status.uReserved2 == 0);
 }
 
+// Without a MemAvailable above MemFree, available is MemFree + Buffers + Cached. Reading stops
+// once MemTotal, SwapTotal and SwapFree were seen, and fails when one of them is missing.
 TEST(SysInfo, MeminfoFallsBackToFreeBuffersCachedAndNeedsSwapLines) {
-  const std::string no_available =
+  const OXA_MEMORY_STATUS old = ParseMeminfo(
       "MemTotal: 1000 kB\nMemFree: 100 kB\nBuffers: 20 kB\nCached: 30 kB\nSwapCached: 7 kB\n"
-      "SwapTotal: 500 kB\nSwapFree: 400 kB\nMemTotal: 1 kB\n";
-  OXA_MEMORY_STATUS status{};
-  TextStream old_kernel(no_available);
-  ASSERT_EQ(0, oxa::internal::ParseMemoryStatus(old_kernel.get(), &status));
-  EXPECT_EQ(1000u * 1024, status.uTotal);  // reading stopped at SwapFree
-  EXPECT_EQ(150u * 1024, status.uAvailable);
-  EXPECT_EQ(500u * 1024, status.uSwapTotal);
-  EXPECT_EQ(400u * 1024, status.uSwapFree);
+      "SwapTotal: 500 kB\nSwapFree: 400 kB\nMemTotal: 1 kB\n");
+  EXPECT_EQ(std::vector<oxa_uint64>({1000 * 1024, 150 * 1024, 500 * 1024, 400 * 1024, 0, 0}),
+            std::vector<oxa_uint64>({old.uTotal, old.uAvailable, old.uSwapTotal, old.uSwapFree,
+                                     old.uReserved1, old.uReserved2}));
+  const std::string mem = "MemTotal: 1000 kB\nMemFree: 100 kB\n";
+  const std::string swap = "SwapTotal: 0 kB\nSwapFree: 0 kB\n";
+  EXPECT_EQ(
+      103u * 1024,
+      ParseMeminfo(mem + "MemAvailable: 100 kB\nBuffers: 1 kB\nCached: 2 kB\n" + swap).uAvailable);
+  EXPECT_EQ(600u * 1024, ParseMeminfo(mem + "MemAvailable: 600 kB\n" + swap).uAvailable);
+  EXPECT_EQ(~0ull, ParseMeminfo(mem + "SwapTotal: 0 kB\n").uTotal);
+}
 
-  status = OXA_MEMORY_STATUS{};
-  TextStream low_estimate(
-      "MemTotal: 1000 kB\nMemFree: 100 kB\nMemAvailable: 90 kB\nBuffers: 1 kB\n"
-      "Cached: 2 kB\nSwapTotal: 0 kB\nSwapFree: 0 kB\n");
-  ASSERT_EQ(0, oxa::internal::ParseMemoryStatus(low_estimate.get(), &status));
-  EXPECT_EQ(103u * 1024, status.uAvailable);
+// The text shows the first three groups as native numbers, so their bytes appear reversed.
+TEST(Uuid, DistinctRfcIdentifiersAndTheirText) {
+  unsigned char first[16], second[16];
+  ASSERT_EQ(0, OXA_GetUUID(first));
+  ASSERT_EQ(0, OXA_GetUUID(second));
+  EXPECT_NE(0, memcmp(first, second, sizeof first));
+  EXPECT_EQ(0x80, first[8] & 0xC0);  // the standard variant
+  EXPECT_TRUE(first[6] >> 4 == 4 || first[6] >> 4 == 1) << (first[6] >> 4);
+  EXPECT_EQ(-1, OXA_GetUUID(nullptr));
 
-  status = OXA_MEMORY_STATUS{};
-  TextStream estimate(
-      "MemTotal: 1000 kB\nMemFree: 100 kB\nMemAvailable: 600 kB\n"
-      "SwapTotal: 0 kB\nSwapFree: 0 kB\n");
-  ASSERT_EQ(0, oxa::internal::ParseMemoryStatus(estimate.get(), &status));
-  EXPECT_EQ(600u * 1024, status.uAvailable);
-
-  status = OXA_MEMORY_STATUS{};
-  TextStream no_swap_free("MemTotal: 1000 kB\nMemFree: 100 kB\nSwapTotal: 0 kB\n");
-  EXPECT_EQ(-1, oxa::internal::ParseMemoryStatus(no_swap_free.get(), &status));
+  const unsigned char id[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xAB};
+  char text[40];
+  ASSERT_EQ(0, OXA_StringFromUUID(id, text, sizeof text));
+  EXPECT_STREQ("03020100-0504-0706-0809-0A0B0C0D0EAB", text);
+  ASSERT_EQ(0, OXA_StringFromUUID(id, text, 36));
+  EXPECT_STREQ("03020100-0504-0706-0809-0A0B0C0D0EA", text);  // the last digit is cut off
+  text[0] = '#';
+  EXPECT_EQ(-1, OXA_StringFromUUID(id, text, 35));
+  EXPECT_EQ('#', text[0]);
+  EXPECT_EQ(-1, OXA_StringFromUUID(nullptr, text, 40));
+  EXPECT_EQ(-1, OXA_StringFromUUID(id, nullptr, 40));
 }
 
 }  // namespace
