@@ -17,6 +17,8 @@
  * callback. A request that is refused (negative result) never calls its callback. Requests
  * still queued when a socket is unbound are dropped without a callback.
  *
+ * A send or receive may be given a null callback; its completion then goes unreported.
+ *
  * Callbacks of one socket run on one worker thread, one at a time; callbacks of sockets on
  * different workers run in parallel. Queues made by OXA_AsyncIO_CreateQueueEx_New and
  * OXA_AsyncIO_CreateQueueEx2 (callback mode 1) run callbacks while the worker holds its slot
@@ -236,6 +238,7 @@ OXA_API int OXA_AsyncIO_ReadFile(void* io, void* buf, unsigned long len, void* c
 }  // extern "C"
 
 /** Changes of a socket's epoll registration (CSocketOperation::ChangeSocketOpr). */
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the interface names it so
 enum __SOCKET_OPR {
   SOCKET_OPR_ADD = 0,       /**< register for errors and hang-ups only */
   SOCKET_OPR_DEL = 1,       /**< unregister, only if both request queues are empty */
@@ -370,6 +373,7 @@ class OXA_API OXA_AsyncIO {
  public:
   /** Keeps the handle. */
   explicit OXA_AsyncIO(void* handle);
+  // NOLINTNEXTLINE(performance-trivially-destructible): exported, part of the ABI
   ~OXA_AsyncIO();
   OXA_AsyncIO(const OXA_AsyncIO&) = delete;
   OXA_AsyncIO& operator=(const OXA_AsyncIO&) = delete;
@@ -393,6 +397,7 @@ class OXA_API OXA_AsyncIOQueue {
  public:
   /** The handle starts as 0. */
   OXA_AsyncIOQueue();
+  // NOLINTNEXTLINE(performance-trivially-destructible): exported, part of the ABI
   ~OXA_AsyncIOQueue();
   OXA_AsyncIOQueue(const OXA_AsyncIOQueue&) = delete;
   OXA_AsyncIOQueue& operator=(const OXA_AsyncIOQueue&) = delete;

@@ -21,6 +21,7 @@ namespace oxa::internal {
 namespace {
 
 constexpr unsigned int kWorkerStackBytes = 2u * 1024u * 1024u;
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the interface fixes these handle values
 void* const kBadQueue = reinterpret_cast<void*>(static_cast<intptr_t>(-1));
 
 static_assert(sizeof(OXA_AIO_QUEUE) % alignof(AioWorkerSlot) == 0,

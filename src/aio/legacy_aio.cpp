@@ -7,8 +7,10 @@
 
 namespace {
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the interface fixes these handle values
 void* const kNoQueue = reinterpret_cast<void*>(static_cast<intptr_t>(-1));
 // Old callers also used -2 for "no queue"; neither value is a descriptor to close.
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the interface fixes these handle values
 void* const kAlsoNoQueue = reinterpret_cast<void*>(static_cast<intptr_t>(-2));
 
 }  // namespace

@@ -171,12 +171,10 @@ int CSocketOperation::ChangeSocketOpr(__SOCKET_OPR opr) {
   Hold own(mutex_);
   const bool registered = events_ != 0;
   const unsigned int base = registered ? events_ : kAlwaysReported;
-  unsigned int wanted = base;
-  int op = registered ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+  unsigned int wanted;
   switch (opr) {
     case SOCKET_OPR_ADD:
       wanted = kAlwaysReported;
-      op = EPOLL_CTL_ADD;
       break;
     case SOCKET_OPR_ADD_READ:
       wanted = base | EPOLLIN;
@@ -186,13 +184,15 @@ int CSocketOperation::ChangeSocketOpr(__SOCKET_OPR opr) {
       break;
     case SOCKET_OPR_DEL_READ:
       wanted = events_ & ~static_cast<unsigned int>(EPOLLIN);
-      op = EPOLL_CTL_MOD;
       break;
     default:  // SOCKET_OPR_DEL_WRITE
       wanted = events_ & ~static_cast<unsigned int>(EPOLLOUT);
-      op = EPOLL_CTL_MOD;
       break;
   }
+  // Adding an interest registers the descriptor first if it is not registered yet.
+  const bool adds = opr == SOCKET_OPR_ADD ||
+                    (!registered && (opr == SOCKET_OPR_ADD_READ || opr == SOCKET_OPR_ADD_WRITE));
+  const int op = adds ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
   if (EpollControl(epoll_fd_, op, socket_fd_, wanted) != 0) return OXA_ERROR;
   events_ = wanted;
   return 0;

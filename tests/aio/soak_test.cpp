@@ -25,7 +25,7 @@ using oxa_test::TcpPair;
 using std::chrono::milliseconds;
 
 constexpr int kConnections = 8;
-constexpr size_t kBytesPerConnection = 192 * 1024;
+constexpr size_t kBytesPerConnection = size_t{192} * 1024;
 constexpr int kSoakGuardMs = 30000;  // the whole soak; it takes well under a second on a host
 
 // Server end: each receive is sent straight back and the next receive queued, from the

@@ -26,6 +26,9 @@ void* CountedAllocation(size_t size) {
   return malloc(size == 0 ? 1 : size);
 }
 
+// Out of line, so that the compiler does not see free() meet a pointer from operator new.
+__attribute__((noinline)) void CountedRelease(void* p) { free(p); }
+
 }  // namespace
 
 void* operator new(size_t size) {
@@ -42,12 +45,12 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept { return Counted
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
   return CountedAllocation(size);
 }
-void operator delete(void* p) noexcept { free(p); }
-void operator delete[](void* p) noexcept { free(p); }
-void operator delete(void* p, size_t) noexcept { free(p); }
-void operator delete[](void* p, size_t) noexcept { free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { free(p); }
+void operator delete(void* p) noexcept { CountedRelease(p); }
+void operator delete[](void* p) noexcept { CountedRelease(p); }
+void operator delete(void* p, size_t) noexcept { CountedRelease(p); }
+void operator delete[](void* p, size_t) noexcept { CountedRelease(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { CountedRelease(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { CountedRelease(p); }
 
 namespace {
 
