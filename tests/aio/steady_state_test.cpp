@@ -112,23 +112,26 @@ TEST(SteadyState, RequestsDoNotAllocateOnceTheSocketIsWarm) {
   char data[16384] = {};
   long sends = 0;
   long bytes = 0;
-  auto burst = [&] {
-    for (int i = 0; i < kBurst; ++i) {
+  // A burst queued while the worker is kept off the send queue puts all of it in the pools
+  // at once: that is the peak the warm-up must reach, whatever the machine's speed.
+  auto burst = [&](bool all_at_once) {
+    if (all_at_once) CSocketOperation::m_sendMutex[pair.client.get()].Lock();
+    bool queued = true;
+    for (int i = 0; i < kBurst && queued; ++i) {
       const int size = sizes[i % 7];
-      if (OXA_AsyncIO_SendEx(pair.client.get(), data, size, &traffic, Traffic::Sent) != 0) {
-        return false;
-      }
+      queued = OXA_AsyncIO_SendEx(pair.client.get(), data, size, &traffic, Traffic::Sent) == 0;
       ++sends;
       bytes += size;
     }
-    return traffic.WaitFor(sends, bytes);
+    if (all_at_once) CSocketOperation::m_sendMutex[pair.client.get()].Unlock();
+    return queued && traffic.WaitFor(sends, bytes);
   };
   for (int round = 0; round < 10; ++round)
-    ASSERT_TRUE(burst()) << "warm-up round " << round;
+    ASSERT_TRUE(burst(true)) << "warm-up round " << round;
 
   const long before = g_allocations.load();
   for (int round = 0; round < 40; ++round)
-    ASSERT_TRUE(burst()) << "round " << round;
+    ASSERT_TRUE(burst(round % 2 == 0)) << "round " << round;
   EXPECT_EQ(before, g_allocations.load());
 }
 
