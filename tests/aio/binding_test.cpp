@@ -164,19 +164,4 @@ TEST(SocketOperation, RegistrationFollowsTheQueues) {
   EXPECT_EQ(nullptr, out_of_range.FrontSendRequest());
 }
 
-TEST(SocketOperation, SerialNumbersGrow) {
-  UniqueFd ep(epoll_create1(EPOLL_CLOEXEC));
-  UniqueFd fd = TcpSocket();
-  unsigned int first;
-  {
-    CSocketOperation a(fd.get(), ep.get());
-    first = a.GetSerial();
-    EXPECT_EQ(fd.get(), a.GetSocketFd());
-    EXPECT_EQ(ep.get(), a.GetEpollFd());
-  }
-  CSocketOperation b(fd.get(), ep.get());
-  EXPECT_EQ(first + 1, b.GetSerial());
-  EXPECT_EQ(first + 2, CSocketOperation::m_gUuid) << "the next one to be taken";
-}
-
 }  // namespace
