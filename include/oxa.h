@@ -5,6 +5,7 @@
 #define OXA_H_
 
 #include "oxa_addr.h"
+#include "oxa_aio.h"
 #include "oxa_alarm.h"
 #include "oxa_atomic.h"
 #include "oxa_base.h"

@@ -14,7 +14,7 @@
 
 #include "oxa_aio.h"
 
-#include "net/loopback.h"
+#include "support/loopback.h"
 #include "support/test_support.h"
 
 namespace oxa_test {
