@@ -1,5 +1,5 @@
-// Helpers for the completion-queue tests: owned queues and bindings, and a recorder of
-// completions that a test can wait on.
+// Helpers for the completion-queue tests: owned queues and bindings, a recorder of
+// completions that a test can wait on, and a way to keep a worker off a send queue.
 #ifndef OXA_TESTS_AIO_AIO_HARNESS_H_
 #define OXA_TESTS_AIO_AIO_HARNESS_H_
 
@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "oxa_aio.h"
+#include "oxa_socket.h"
 
+#include "frame/scoped_lock.h"
 #include "support/loopback.h"
 #include "support/test_support.h"
 
@@ -31,7 +33,6 @@ class Queue {
   }
   Queue(const Queue&) = delete;
   Queue& operator=(const Queue&) = delete;
-
   bool ok() const { return handle_ != BadQueue(); }
   void* get() const { return handle_; }
 
@@ -42,13 +43,11 @@ class Queue {
 // A descriptor bound to a queue for a scope; unbinding drops whatever is still queued.
 class Binding {
  public:
-  Binding(int fd, void* queue) : fd_(fd), queue_(queue) {
-    bound_ = OXA_AsyncIO_BindIOHandleToQueueEx(fd, queue) == 0;
-  }
+  Binding(int fd, void* queue)
+      : fd_(fd), queue_(queue), bound_(OXA_AsyncIO_BindIOHandleToQueueEx(fd, queue) == 0) {}
   ~Binding() { Unbind(); }
   Binding(const Binding&) = delete;
   Binding& operator=(const Binding&) = delete;
-
   bool ok() const { return bound_; }
   int Unbind() {
     if (!bound_) return 0;
@@ -62,43 +61,39 @@ class Binding {
   bool bound_;
 };
 
+// Held by a test, this keeps fd's worker away from its send queue (the worker takes the same
+// per-descriptor mutex), so that queued sends pile up deterministically.
+using SendSideHold = oxa::internal::ScopedLock<OXA_Mutex>;
+inline OXA_Mutex& SendSide(int fd) { return CSocketOperation::m_sendMutex[fd]; }
+
 struct Completion {
   unsigned long error;
   unsigned long bytes;
   std::thread::id thread;
 };
 
-// Collects completions; pass the recorder as the context and Recorder::Callback as the
-// callback. An optional hook runs on the worker after the completion is recorded.
+// Collects completions: pass the recorder as the context and Recorder::Callback as the
+// callback.
 class Recorder {
  public:
   static void Callback(unsigned long error, unsigned long bytes, void* context) {
-    static_cast<Recorder*>(context)->Add(error, bytes);
+    // Notified under the lock: a test that has seen the completion may destroy the recorder.
+    auto* self = static_cast<Recorder*>(context);
+    std::lock_guard<std::mutex> hold(self->mu_);
+    self->done_.push_back({error, bytes, std::this_thread::get_id()});
+    self->cv_.notify_all();
   }
-
-  void Add(unsigned long error, unsigned long bytes) {
-    {
-      std::lock_guard<std::mutex> hold(mu_);
-      done_.push_back({error, bytes, std::this_thread::get_id()});
-    }
-    cv_.notify_all();
-  }
-
   // True when at least n completions arrived within the hang guard.
   bool WaitFor(size_t n) {
     std::unique_lock<std::mutex> hold(mu_);
     return cv_.wait_for(hold, std::chrono::milliseconds(kHangGuardMs),
                         [&] { return done_.size() >= n; });
   }
-
   std::vector<Completion> Snapshot() {
     std::lock_guard<std::mutex> hold(mu_);
     return done_;
   }
-  size_t Count() {
-    std::lock_guard<std::mutex> hold(mu_);
-    return done_.size();
-  }
+  size_t Count() { return Snapshot().size(); }
 
  private:
   std::mutex mu_;
@@ -113,16 +108,19 @@ inline void EnlargeBuffers(int fd) {
   setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
-// Deterministic test data: byte i of a stream seeded with `seed`.
-inline char PatternByte(uint32_t seed, size_t i) {
-  return static_cast<char>((i * 2654435761u + seed) >> 13);
-}
-
+// Deterministic test data of `size` bytes, different for every seed.
 inline std::vector<char> Pattern(uint32_t seed, size_t size) {
   std::vector<char> data(size);
   for (size_t i = 0; i < size; ++i)
-    data[i] = PatternByte(seed, i);
+    data[i] = static_cast<char>((i * 2654435761u + seed) >> 13);
   return data;
+}
+
+// Reads exactly data.size() bytes from fd within the hang guard; true when they are `data`.
+inline bool ReceivesExactly(int fd, const std::vector<char>& data) {
+  std::vector<char> got(data.size());
+  const int size = static_cast<int>(got.size());
+  return OXA_Recvn(fd, got.data(), size, kHangGuardMs) == size && got == data;
 }
 
 }  // namespace oxa_test

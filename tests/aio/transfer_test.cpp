@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <errno.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <future>
@@ -16,6 +16,7 @@
 #include "oxa_socket.h"
 
 #include "aio/aio_harness.h"
+#include "support/loopback.h"
 #include "support/test_support.h"
 
 namespace {
@@ -29,318 +30,209 @@ using oxa_test::TcpPair;
 using oxa_test::UniqueFd;
 using std::chrono::milliseconds;
 
-// A connected pair with large buffers, both ends bound to `queue`.
-struct BoundPair {
-  explicit BoundPair(void* queue)
-      : pair(oxa_test::ConnectedPair()),
-        client(Prepare(pair.client.get()), queue),
-        server(Prepare(pair.server.get()), queue) {}
-  static int Prepare(int fd) {
-    oxa_test::EnlargeBuffers(fd);
-    return fd;
-  }
-  bool ok() const { return client.ok() && server.ok(); }
-  int client_fd() const { return pair.client.get(); }
-  int server_fd() const { return pair.server.get(); }
+std::vector<unsigned long> BytesOf(const std::vector<Completion>& done) {
+  std::vector<unsigned long> bytes;
+  for (const Completion& c : done)
+    bytes.push_back(c.error == 0 ? c.bytes : ~0ul);
+  return bytes;
+}
 
-  TcpPair pair;
-  Binding client;
-  Binding server;
-};
-
-TEST(AsyncTransfer, SendAndReceiveCompleteOnAWorker) {
+// A receive and a send complete on a worker. Sends are copied at once and split into chunks
+// of at most 16384 bytes, each completing on its own, in order. A receive whose peer closes
+// completes with 0 bytes.
+TEST(AsyncTransfer, SendReceiveChunksAndPeerClose) {
   Queue queue(2);
-  ASSERT_TRUE(queue.ok());
-  BoundPair ends(queue.get());
-  ASSERT_TRUE(ends.ok());
+  TcpPair pair = oxa_test::ConnectedPair();
+  ASSERT_TRUE(queue.ok() && pair.client);
+  oxa_test::EnlargeBuffers(pair.client.get());  // every chunk goes out in one call
+  oxa_test::EnlargeBuffers(pair.server.get());
   Recorder sent;
   Recorder received;
+  Binding client(pair.client.get(), queue.get());
+  Binding server(pair.server.get(), queue.get());
+  ASSERT_TRUE(client.ok() && server.ok());
   char buf[64] = {};
   ASSERT_EQ(0,
-            OXA_AsyncIO_RecvEx(ends.server_fd(), buf, sizeof buf, &received, Recorder::Callback));
-  ASSERT_EQ(0, OXA_AsyncIO_SendEx(ends.client_fd(), "hello", 5, &sent, Recorder::Callback));
-  ASSERT_TRUE(sent.WaitFor(1));
+            OXA_AsyncIO_RecvEx(pair.server.get(), buf, sizeof buf, &received, Recorder::Callback));
+  ASSERT_EQ(0, OXA_AsyncIO_SendEx(pair.client.get(), "hello", 5, &sent, Recorder::Callback));
   ASSERT_TRUE(received.WaitFor(1));
-  const Completion send_done = sent.Snapshot()[0];
-  const Completion recv_done = received.Snapshot()[0];
-  EXPECT_EQ(0u, send_done.error);
-  EXPECT_EQ(5u, send_done.bytes);
-  EXPECT_EQ(0u, recv_done.error);
-  EXPECT_EQ(5u, recv_done.bytes);
+  EXPECT_EQ(std::vector<unsigned long>{5}, BytesOf(received.Snapshot()));
   EXPECT_EQ(0, memcmp("hello", buf, 5));
-  EXPECT_NE(std::this_thread::get_id(), recv_done.thread);
-}
+  EXPECT_NE(std::this_thread::get_id(), received.Snapshot()[0].thread);
 
-TEST(AsyncTransfer, LargeSendCompletesChunkByChunkInOrder) {
-  Queue queue(2);
-  ASSERT_TRUE(queue.ok());
-  BoundPair ends(queue.get());
-  ASSERT_TRUE(ends.ok());
-  std::vector<char> data = oxa_test::Pattern(1, 40000);
-  const std::vector<char> expected = data;
-  Recorder sent;
-  ASSERT_EQ(0, OXA_AsyncIO_SendEx(ends.client_fd(), data.data(), 40000, &sent, Recorder::Callback));
-  std::fill(data.begin(), data.end(), 0);  // copied at once: the buffer is the caller's again
-
-  std::vector<char> got(40000);
-  ASSERT_EQ(0, ends.server.Unbind());
-  ASSERT_EQ(40000, OXA_Recvn(ends.server_fd(), got.data(), 40000, kHangGuardMs));
-  EXPECT_EQ(expected, got);
-  ASSERT_TRUE(sent.WaitFor(3));
-  const std::vector<Completion> done = sent.Snapshot();
-  ASSERT_EQ(3u, done.size());
-  const unsigned long chunks[] = {16384, 16384, 7232};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(0u, done[i].error) << i;
-    EXPECT_EQ(chunks[i], done[i].bytes) << i;
+  ASSERT_EQ(0, server.Unbind());  // read directly below
+  const std::vector<char> data = oxa_test::Pattern(1, 40000 + 16384 + 16385);
+  std::vector<char> scratch = data;
+  size_t offset = 0;
+  for (int len : {40000, 16384, 16385}) {
+    ASSERT_EQ(
+        0, OXA_AsyncIO_SendEx(pair.client.get(), &scratch[offset], len, &sent, Recorder::Callback));
+    offset += static_cast<size_t>(len);
   }
+  std::fill(scratch.begin(), scratch.end(), 0);  // the caller's buffer is free at once
+  EXPECT_TRUE(oxa_test::ReceivesExactly(pair.server.get(), data));
+  ASSERT_TRUE(sent.WaitFor(7));
+  const std::vector<unsigned long> chunks = {5, 16384, 16384, 7232, 16384, 16384, 1};
+  EXPECT_EQ(chunks, BytesOf(sent.Snapshot()));
+
+  ASSERT_EQ(0,
+            OXA_AsyncIO_RecvEx(pair.client.get(), buf, sizeof buf, &received, Recorder::Callback));
+  pair.server.Reset();
+  ASSERT_TRUE(received.WaitFor(2));
+  EXPECT_EQ(0u, received.Snapshot()[1].bytes) << "the peer closed";
 }
 
-TEST(AsyncTransfer, ChunkBoundaries) {
+// A chunk that takes several send calls reports when its last piece goes out and once more
+// when it is taken off the queue; then the queue moves on. A local stream pair with a small
+// send buffer takes only part of a 16384-byte chunk per call.
+TEST(AsyncTransfer, ChunkSentInPiecesReportsTwiceThenTheQueueMovesOn) {
+  int sv[2];
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sv));
+  UniqueFd sender(sv[0]);
+  UniqueFd receiver(sv[1]);
+  const int small = 4096;
+  setsockopt(sender.get(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
   Queue queue(1);
-  ASSERT_TRUE(queue.ok());
-  BoundPair ends(queue.get());
-  ASSERT_TRUE(ends.ok());
-  ASSERT_EQ(0, ends.server.Unbind());
-  const std::vector<char> data = oxa_test::Pattern(2, 16385);
-  Recorder whole;
-  ASSERT_EQ(0,
-            OXA_AsyncIO_SendEx(ends.client_fd(), data.data(), 16384, &whole, Recorder::Callback));
-  ASSERT_TRUE(whole.WaitFor(1));
-  Recorder split;
-  ASSERT_EQ(0,
-            OXA_AsyncIO_SendEx(ends.client_fd(), data.data(), 16385, &split, Recorder::Callback));
-  ASSERT_TRUE(split.WaitFor(2));
-  std::vector<char> got(16384 + 16385);
-  ASSERT_EQ(static_cast<int>(got.size()),
-            OXA_Recvn(ends.server_fd(), got.data(), static_cast<int>(got.size()), kHangGuardMs));
-  EXPECT_EQ(1u, whole.Count());
-  EXPECT_EQ(16384u, whole.Snapshot()[0].bytes);
-  const std::vector<Completion> two = split.Snapshot();
-  ASSERT_EQ(2u, two.size());
-  EXPECT_EQ(16384u, two[0].bytes);
-  EXPECT_EQ(1u, two[1].bytes);
-  EXPECT_TRUE(std::equal(data.begin(), data.begin() + 16384, got.begin()));
-  EXPECT_TRUE(std::equal(data.begin(), data.end(), got.begin() + 16384));
+  Binding bound(sender.get(), queue.get());
+  ASSERT_TRUE(queue.ok() && bound.ok());
+  const std::vector<char> data = oxa_test::Pattern(4, 16384 + 5);
+  Recorder rec;
+  ASSERT_EQ(0, OXA_AsyncIO_SendEx(sender.get(), data.data(), 16384, &rec, Recorder::Callback));
+  ASSERT_EQ(0, OXA_AsyncIO_SendEx(sender.get(), &data[16384], 5, &rec, Recorder::Callback));
+  EXPECT_TRUE(oxa_test::ReceivesExactly(receiver.get(), data));
+  ASSERT_TRUE(rec.WaitFor(3));
+  std::vector<Completion> done = rec.Snapshot();
+  ASSERT_EQ(3u, done.size());
+  done[1].error = 0;  // the second report carries whatever errno held at the time
+  EXPECT_EQ((std::vector<unsigned long>{16384, 16384, 5}), BytesOf(done));
 }
 
 TEST(AsyncTransfer, DatagramsCarryTheirAddresses) {
   Queue queue(2, 0);
-  ASSERT_TRUE(queue.ok());
   OXA_ADDR_T receiver_addr;
   OXA_ADDR_T sender_addr;
   UniqueFd receiver = oxa_test::BoundLoopback(AF_INET, SOCK_DGRAM, &receiver_addr);
   UniqueFd sender = oxa_test::BoundLoopback(AF_INET, SOCK_DGRAM, &sender_addr);
-  ASSERT_TRUE(receiver && sender);
+  ASSERT_TRUE(queue.ok() && receiver && sender);
+  Recorder received;
+  Recorder sent;
   Binding bound_receiver(receiver.get(), queue.get());
   Binding bound_sender(sender.get(), queue.get());
   ASSERT_TRUE(bound_receiver.ok() && bound_sender.ok());
-
-  Recorder received;
-  Recorder sent;
   char buf[32] = {};
   OXA_ADDR_T from{};
   ASSERT_EQ(0, OXA_AsyncIO_RecvFromEx(receiver.get(), buf, sizeof buf, &received, &from,
                                       Recorder::Callback));
   ASSERT_EQ(0, OXA_AsyncIO_SendToEx(sender.get(), "datagram", 8, &sent, &receiver_addr,
                                     Recorder::Callback));
-  ASSERT_TRUE(received.WaitFor(1));
-  ASSERT_TRUE(sent.WaitFor(1));
-  EXPECT_EQ(8u, sent.Snapshot()[0].bytes);
-  EXPECT_EQ(0u, received.Snapshot()[0].error);
-  EXPECT_EQ(8u, received.Snapshot()[0].bytes);
+  ASSERT_TRUE(received.WaitFor(1) && sent.WaitFor(1));
+  EXPECT_EQ(std::vector<unsigned long>{8}, BytesOf(sent.Snapshot()));
+  EXPECT_EQ(std::vector<unsigned long>{8}, BytesOf(received.Snapshot()));
   EXPECT_EQ(0, memcmp("datagram", buf, 8));
   EXPECT_EQ(AF_INET, from.sa.sa_family);
   EXPECT_EQ(OXA_GetAddrPort(&sender_addr), OXA_GetAddrPort(&from));
 }
 
-TEST(AsyncConnect, CompletesWhenConnected) {
-  Queue queue(1);
-  ASSERT_TRUE(queue.ok());
-  OXA_ADDR_T addr;
-  UniqueFd listener = oxa_test::BoundLoopback(AF_INET, SOCK_STREAM, &addr);
-  UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  ASSERT_TRUE(listener && client);
-  Binding bound(client.get(), queue.get());
-  ASSERT_TRUE(bound.ok());
-  Recorder connected;
-  ASSERT_EQ(0,
-            OXA_AsyncIO_ConnectEx(client.get(), &addr, nullptr, 0, &connected, Recorder::Callback));
-  ASSERT_TRUE(connected.WaitFor(1));
-  EXPECT_EQ(0u, connected.Snapshot()[0].error);
-  EXPECT_EQ(0u, connected.Snapshot()[0].bytes);
-  UniqueFd accepted(OXA_Accept(listener.get(), nullptr, kHangGuardMs));
-  EXPECT_TRUE(accepted);
-}
-
-TEST(AsyncConnect, RefusedPortReportsTheError) {
-  Queue queue(1);
-  ASSERT_TRUE(queue.ok());
-  // Bound but not listening: the port stays ours, and connecting to it is refused.
-  UniqueFd holder(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  OXA_ADDR_T addr = oxa_test::Loopback(AF_INET, 0);
-  ASSERT_EQ(0, OXA_Bind(holder.get(), &addr));
-  ASSERT_EQ(0, OXA_GetAddrBySockFd(holder.get(), &addr, nullptr));
-  UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  Binding bound(client.get(), queue.get());
-  ASSERT_TRUE(bound.ok());
-  Recorder connected;
-  ASSERT_EQ(0,
-            OXA_AsyncIO_ConnectEx(client.get(), &addr, nullptr, 0, &connected, Recorder::Callback));
-  ASSERT_TRUE(connected.WaitFor(1));
-  EXPECT_EQ(static_cast<unsigned long>(ECONNREFUSED), connected.Snapshot()[0].error);
-  EXPECT_EQ(0u, connected.Snapshot()[0].bytes);
-}
-
-TEST(AsyncAccept, DeliversTheNewDescriptorAndThePeer) {
+// A connect meets an accept on the same queue; a second connect, to a port that is bound but
+// not listening, is refused.
+TEST(AsyncConnectAccept, NewDescriptorPeerAndRefusal) {
   Queue queue(2);
-  ASSERT_TRUE(queue.ok());
   OXA_ADDR_T addr;
   UniqueFd listener = oxa_test::BoundLoopback(AF_INET, SOCK_STREAM, &addr);
-  ASSERT_TRUE(listener);
-  Binding bound(listener.get(), queue.get());
-  ASSERT_TRUE(bound.ok());
+  UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  UniqueFd refused(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  UniqueFd holder(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  OXA_ADDR_T not_listening = oxa_test::Loopback(AF_INET, 0);
+  ASSERT_TRUE(queue.ok() && listener);
+  ASSERT_EQ(0, OXA_Bind(holder.get(), &not_listening));
+  ASSERT_EQ(0, OXA_GetAddrBySockFd(holder.get(), &not_listening, nullptr));
   Recorder accepted;
+  Recorder connected;
+  Binding bound_listener(listener.get(), queue.get());
+  Binding bound_client(client.get(), queue.get());
+  Binding bound_refused(refused.get(), queue.get());
+  ASSERT_TRUE(bound_listener.ok() && bound_client.ok() && bound_refused.ok());
   OXA_ADDR_T peer{};
   {
     oxa_test::StderrCapture quiet;  // AcceptEx names every descriptor it queues for
     ASSERT_EQ(
         0, OXA_AsyncIO_AcceptEx(listener.get(), &peer, nullptr, 0, &accepted, Recorder::Callback));
   }
-  UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  ASSERT_EQ(0, OXA_ConnectWithTimeOut(client.get(), &addr, kHangGuardMs));
-  ASSERT_TRUE(accepted.WaitFor(1));
-  const Completion done = accepted.Snapshot()[0];
-  EXPECT_EQ(0u, done.error);
-  UniqueFd conn(static_cast<int>(done.bytes));
+  ASSERT_EQ(0,
+            OXA_AsyncIO_ConnectEx(client.get(), &addr, nullptr, 0, &connected, Recorder::Callback));
+  ASSERT_TRUE(accepted.WaitFor(1) && connected.WaitFor(1));
+  EXPECT_EQ(std::vector<unsigned long>{0}, BytesOf(connected.Snapshot()));
+  EXPECT_EQ(0u, accepted.Snapshot()[0].error);
+  UniqueFd conn(static_cast<int>(accepted.Snapshot()[0].bytes));
   ASSERT_GT(conn.get(), 0);
   OXA_ADDR_T client_addr;
   ASSERT_EQ(0, OXA_GetAddrBySockFd(client.get(), &client_addr, nullptr));
   EXPECT_EQ(OXA_GetAddrPort(&client_addr), OXA_GetAddrPort(&peer));
+  EXPECT_EQ(0, fcntl(conn.get(), F_GETFL) & O_NONBLOCK) << "blocking, not bound";
   EXPECT_EQ(3, OXA_Send(conn.get(), "abc", 3)) << "a connected, usable socket";
+
+  ASSERT_EQ(0, OXA_AsyncIO_ConnectEx(refused.get(), &not_listening, nullptr, 0, &connected,
+                                     Recorder::Callback));
+  ASSERT_TRUE(connected.WaitFor(2));
+  EXPECT_EQ(static_cast<unsigned long>(ECONNREFUSED), connected.Snapshot()[1].error);
+  EXPECT_EQ(0u, connected.Snapshot()[1].bytes);
 }
 
-TEST(AsyncTransfer, PeerCloseCompletesAReceiveWithZeroBytes) {
-  Queue queue(1);
-  ASSERT_TRUE(queue.ok());
-  TcpPair pair = oxa_test::ConnectedPair();
-  ASSERT_TRUE(pair.client);
-  Binding bound(pair.server.get(), queue.get());
-  ASSERT_TRUE(bound.ok());
-  Recorder received;
-  char buf[16];
-  ASSERT_EQ(0,
-            OXA_AsyncIO_RecvEx(pair.server.get(), buf, sizeof buf, &received, Recorder::Callback));
-  pair.client.Reset();
-  ASSERT_TRUE(received.WaitFor(1));
-  EXPECT_EQ(0u, received.Snapshot()[0].bytes);
-}
-
-// Mode 1: the callback unbinds its socket and binds it again with a new receive queued. The
-// worker must notice the replacement and leave the new object's request alone.
-TEST(AsyncUnbind, FromACallbackUnderTheSlotLock) {
-  Queue queue(1, 1);
-  ASSERT_TRUE(queue.ok());
-  TcpPair pair = oxa_test::ConnectedPair();
-  ASSERT_TRUE(pair.client);
-  const int fd = pair.server.get();
-  ASSERT_EQ(0, OXA_AsyncIO_BindIOHandleToQueueEx(fd, queue.get()));
-
-  struct Step {
-    int fd;
-    void* queue;
-    int unbind_result = 1;
-    int rebind_result = 1;
-    int recv_result = 1;
-    char first[8] = {};
-    char second[8] = {};
-    Recorder later;
-    std::promise<void> ran;
-  } step;
-  step.fd = fd;
-  step.queue = queue.get();
-  auto first_done = [](unsigned long, unsigned long, void* context) {
-    auto* s = static_cast<Step*>(context);
-    s->unbind_result = OXA_AsyncIO_UnBindIOHandleEx(s->fd, s->queue);
-    s->rebind_result = OXA_AsyncIO_BindIOHandleToQueueEx(s->fd, s->queue);
-    s->recv_result =
-        OXA_AsyncIO_RecvEx(s->fd, s->second, sizeof s->second, &s->later, Recorder::Callback);
-    s->ran.set_value();
-  };
-  ASSERT_EQ(0, OXA_AsyncIO_RecvEx(fd, step.first, sizeof step.first, &step, first_done));
-  ASSERT_EQ(3, OXA_Send(pair.client.get(), "one", 3));
-  ASSERT_EQ(std::future_status::ready, step.ran.get_future().wait_for(milliseconds(kHangGuardMs)));
-  EXPECT_EQ(0, step.unbind_result);
-  EXPECT_EQ(0, step.rebind_result);
-  EXPECT_EQ(0, step.recv_result);
-
-  ASSERT_EQ(3, OXA_Send(pair.client.get(), "two", 3));
-  ASSERT_TRUE(step.later.WaitFor(1)) << "the new object's request was not popped";
-  EXPECT_EQ(3u, step.later.Snapshot()[0].bytes);
-  EXPECT_EQ(0, memcmp("two", step.second, 3));
-  EXPECT_EQ(0, OXA_AsyncIO_UnBindIOHandleEx(fd, queue.get()));
-}
-
-// Any other mode: the slot lock is released around callbacks, so another thread can bind on
-// the same worker while a callback is still running, and the callback can unbind its socket.
-TEST(AsyncUnbind, OtherModesReleaseTheSlotLockAroundCallbacks) {
-  Queue queue(1, 0);
-  ASSERT_TRUE(queue.ok());
-  TcpPair pair = oxa_test::ConnectedPair();
-  ASSERT_TRUE(pair.client);
-  ASSERT_EQ(0, OXA_AsyncIO_BindIOHandleToQueueEx(pair.server.get(), queue.get()));
-
-  struct Step {
-    std::promise<void> entered;
-    std::promise<void> release;
-    std::promise<void> finished;
-    int unbind_result = 1;
-    int fd = -1;
-    void* queue = nullptr;
-  } step;
-  step.fd = pair.server.get();
-  step.queue = queue.get();
-  auto blocking = [](unsigned long, unsigned long, void* context) {
-    auto* s = static_cast<Step*>(context);
-    s->entered.set_value();
-    s->release.get_future().wait_for(milliseconds(kHangGuardMs));
-    s->unbind_result = OXA_AsyncIO_UnBindIOHandleEx(s->fd, s->queue);
-    s->finished.set_value();
-  };
-  char buf[8];
-  ASSERT_EQ(0, OXA_AsyncIO_RecvEx(pair.server.get(), buf, sizeof buf, &step, blocking));
-  ASSERT_EQ(1, OXA_Send(pair.client.get(), "x", 1));
-  ASSERT_EQ(std::future_status::ready,
-            step.entered.get_future().wait_for(milliseconds(kHangGuardMs)));
-
-  UniqueFd other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(0, OXA_AsyncIO_BindIOHandleToQueueEx(other.get(), queue.get()))
-      << "bound while the worker's callback runs";
-  EXPECT_EQ(0, OXA_AsyncIO_UnBindIOHandleEx(other.get(), queue.get()));
-  step.release.set_value();
-  ASSERT_EQ(std::future_status::ready,
-            step.finished.get_future().wait_for(milliseconds(kHangGuardMs)));
-  EXPECT_EQ(0, step.unbind_result);
-}
-
-TEST(AsyncUnbind, DropsQueuedRequestsWithoutCallbacks) {
-  Queue queue(1);
-  ASSERT_TRUE(queue.ok());
-  TcpPair pair = oxa_test::ConnectedPair();
-  ASSERT_TRUE(pair.client);
-  Recorder recorder;
-  char buf[3][8];
-  {
-    Binding bound(pair.server.get(), queue.get());
-    ASSERT_TRUE(bound.ok());
-    for (auto& b : buf)
-      ASSERT_EQ(0, OXA_AsyncIO_RecvEx(pair.server.get(), b, 8, &recorder, Recorder::Callback));
-    ASSERT_EQ(0, bound.Unbind());
+// A callback unbinds its socket, binds it again and queues a new receive: the worker must
+// notice the replacement and leave the new object's request alone. Mode 1 runs callbacks under
+// the (recursive) slot lock; any other mode releases it around them, so that another thread
+// can bind on the same worker while a callback is still running.
+TEST(AsyncUnbind, FromACallbackInEitherMode) {
+  for (int mode : {1, 0}) {
+    Queue queue(1, mode);
+    TcpPair pair = oxa_test::ConnectedPair();
+    ASSERT_TRUE(queue.ok() && pair.client);
+    struct Step {
+      int fd;
+      void* queue;
+      bool wait;  // for the test to bind another socket meanwhile
+      bool released = false;
+      std::promise<void> entered{};
+      std::promise<void> release{};
+      std::promise<void> ran{};
+      int results[3] = {1, 1, 1};  // unbind, bind again, receive again
+      char buf[8] = {};
+      Recorder later{};
+    } step{pair.server.get(), queue.get(), mode != 1};
+    auto first_done = [](unsigned long, unsigned long, void* context) {
+      auto* s = static_cast<Step*>(context);
+      s->entered.set_value();
+      if (s->wait) {
+        s->released = s->release.get_future().wait_for(milliseconds(kHangGuardMs)) ==
+                      std::future_status::ready;
+      }
+      s->results[0] = OXA_AsyncIO_UnBindIOHandleEx(s->fd, s->queue);
+      s->results[1] = OXA_AsyncIO_BindIOHandleToQueueEx(s->fd, s->queue);
+      s->results[2] =
+          OXA_AsyncIO_RecvEx(s->fd, s->buf, sizeof s->buf, &s->later, Recorder::Callback);
+      s->ran.set_value();
+    };
+    ASSERT_EQ(0, OXA_AsyncIO_BindIOHandleToQueueEx(step.fd, queue.get()));
+    ASSERT_EQ(0, OXA_AsyncIO_RecvEx(step.fd, step.buf, sizeof step.buf, &step, first_done));
+    ASSERT_EQ(3, OXA_Send(pair.client.get(), "one", 3));
+    ASSERT_EQ(std::future_status::ready,
+              step.entered.get_future().wait_for(milliseconds(kHangGuardMs)));
+    if (step.wait) {
+      UniqueFd other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      EXPECT_EQ(0, OXA_AsyncIO_BindIOHandleToQueueEx(other.get(), queue.get()));
+      EXPECT_EQ(0, OXA_AsyncIO_UnBindIOHandleEx(other.get(), queue.get()));
+      step.release.set_value();
+    }
+    ASSERT_EQ(std::future_status::ready,
+              step.ran.get_future().wait_for(milliseconds(kHangGuardMs)));
+    EXPECT_EQ(step.wait, step.released) << "bound while the worker's callback ran";
+    EXPECT_EQ(0, step.results[0] | step.results[1] | step.results[2]) << "mode " << mode;
+    ASSERT_EQ(3, OXA_Send(pair.client.get(), "two", 3));
+    ASSERT_TRUE(step.later.WaitFor(1)) << "the new object's request was popped";
+    EXPECT_EQ(3u, step.later.Snapshot()[0].bytes);
+    EXPECT_EQ(0, memcmp("two", step.buf, 3));
+    EXPECT_EQ(0, OXA_AsyncIO_UnBindIOHandleEx(step.fd, queue.get()));
   }
-  ASSERT_EQ(4, OXA_Send(pair.client.get(), "late", 4));
-  char got[4];
-  ASSERT_EQ(4, OXA_Recvn(pair.server.get(), got, 4, kHangGuardMs)) << "no longer consumed";
-  EXPECT_EQ(0u, recorder.Count());
 }
 
 }  // namespace
