@@ -8,3 +8,7 @@ for name in "${tour[@]}"; do
   echo "======== $name"
   "$build/examples/$name"
 done
+# Echo over completion queues on loopback: 16 connections, 4 KiB messages, 3 seconds.
+echo
+echo "======== echo: oxa_echo selftest 16 4096 3"
+"$build/examples/echo/oxa_echo" selftest 16 4096 3
