@@ -139,6 +139,10 @@ OXA_API int OXA_AsyncIO_BindIOHandleToQueueEx(int fd, void* queue);
  * or fd outside 0..65535; -1 and the line
  * "OXA_AsyncIO_UnBindIOHandleEx gSocketOpr[socketFd] = NULL, socketFd = %d\n" on standard
  * error when fd is not bound to this queue. May be called from a callback of the socket.
+ * In callback mode 1 a callback runs holding its worker's lock and unbinding takes the lock
+ * of the socket's worker: a callback may unbind its own socket or one served by the same
+ * worker, but two callbacks on different workers that unbind each other's sockets at the same
+ * moment wait for each other for ever.
  */
 OXA_API int OXA_AsyncIO_UnBindIOHandleEx(int fd, void* queue);
 /** Does nothing and returns 0: callbacks are given with each request. */

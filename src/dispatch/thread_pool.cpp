@@ -123,10 +123,20 @@ void HandOver(WorkerSlot* slot, OXA_THREADPOOL_ROUTINE routine, void* arg, bool 
   OXA_SemPost(&slot->wake);
 }
 
+bool IsStopping(const OXA_THREADPOOL_T* pool) {
+  // Relaxed: the flag only turns submitters away and publishes no other data. A submitter
+  // that misses a just-set flag is one that arrived a moment earlier; the check under the
+  // pool lock in TryHandOver turns it away.
+  return pool->stopping.load(std::memory_order_relaxed) != 0;
+}
+
 // One attempt to place an item: 0 when a worker took it, 1 when every worker is busy and the
 // pool is full, -1 when a new worker could not be started.
 int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* arg) {
   PoolLock hold(pool);
+  // Checked again under the lock: a submitter that passed the unlocked check before
+  // destruction began must not start a worker that destruction no longer counts.
+  if (IsStopping(pool)) return OXA_ERROR;
   if (WorkerSlot* idle = oxa::internal::PickIdleWorker(pool)) {
     HandOver(idle, routine, arg, true);
     return 0;
@@ -137,12 +147,6 @@ int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* ar
   if (fresh == nullptr) return OXA_ERROR;                   // can mark a slot idle meanwhile
   HandOver(fresh, routine, arg, false);
   return 0;
-}
-
-bool IsStopping(const OXA_THREADPOOL_T* pool) {
-  // Relaxed: the flag only turns submitters away and publishes no other data. A submitter
-  // that misses a just-set flag is one that arrived a moment earlier; destruction allows it.
-  return pool->stopping.load(std::memory_order_relaxed) != 0;
 }
 
 }  // namespace
@@ -252,7 +256,11 @@ OXA_API int OXA_ThreadPool_Destroy(OXA_THREADPOOL pool) {
     OXA_OutputDebug("trovik !!! OXA_ThreadPool_Destroy pThreadPool == NULL return\n");
     return OXA_ERROR;
   }
-  pool->stopping.store(1, std::memory_order_relaxed);
+  {
+    // Under the pool lock, so that no hand-over in progress can start a worker after this.
+    PoolLock hold(pool);
+    pool->stopping.store(1, std::memory_order_relaxed);
+  }
   StopAllWorkers(pool);
   OXA_MutexDestroy(&pool->mutex);
   ReleasePool(pool);

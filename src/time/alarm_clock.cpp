@@ -4,6 +4,7 @@
 // may add and remove alarms; only Stop, which joins the thread, must stay out of them.
 #include <stdint.h>
 
+#include <climits>
 #include <new>
 #include <type_traits>
 
@@ -34,6 +35,14 @@ unsigned int WaitSpanMs(long long remaining_ms) {
 }
 
 long long NowMs() { return static_cast<long long>(OXA_GetTimeTick64()); }
+
+// Now plus the delay; a negative delay is due at once, and a delay too long to add (such as
+// LLONG_MAX for "never") stays at the far end instead of wrapping into the past.
+long long DueMs(long long delay_ms) {
+  const long long now = NowMs();
+  if (delay_ms < 0) return now;
+  return delay_ms > LLONG_MAX - now ? LLONG_MAX : now + delay_ms;
+}
 
 }  // namespace
 
@@ -89,7 +98,7 @@ bool CAlarmClock::AddAlarm(int id, AlarmCallback callback, void* user_data, long
   alarm->id = id;
   alarm->callback = callback;
   alarm->user_data = user_data;
-  alarm->due_ms = NowMs() + (delay_ms < 0 ? 0 : delay_ms);
+  alarm->due_ms = DueMs(delay_ms);
 
   ScopedLock<OXA_UniqueMutex> hold(alarm_lock_);
   if (ids_.find(id) != ids_.end()) {
