@@ -84,6 +84,10 @@ class oxa_tlsTraceInfoOperImpl {
  private:
   using ContextPtr = smartptr<CTraceInfo_context, shared_object, oxa_mutex>;
 
+  int SetOrThrow(const OXA_TRACEINFO& info);
+  // Drops the map's reference to a context; the context goes when no other reference holds it.
+  void Forget(CTraceInfo_context* context);
+
   static CTraceInfo_context* Current() {
     return static_cast<CTraceInfo_context*>(OXA_ThreadTls_GetValue(g_oxa_store_tls_handle));
   }
@@ -93,21 +97,43 @@ class oxa_tlsTraceInfoOperImpl {
 };
 
 int oxa_tlsTraceInfoOperImpl::Set(const OXA_TRACEINFO& info) {
+  // Runs inside extern "C" entry points (the thread start trampoline, pool workers): an
+  // allocation failure becomes -1 here and never unwinds further.
+  try {
+    return SetOrThrow(info);
+  } catch (const std::bad_alloc&) {
+    return OXA_ERROR;
+  }
+}
+
+int oxa_tlsTraceInfoOperImpl::SetOrThrow(const OXA_TRACEINFO& info) {
   CTraceInfo_context* current = Current();
   const bool is_new = current == nullptr;
   ContextPtr context(is_new ? new (std::nothrow) CTraceInfo_context : current);
   if (!context) return OXA_ERROR;
   context->Assign(info);
-  if (OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, context.get()) != 0) {
-    fprintf(stderr, "OXA_ThreadTls_SetValue failed! g_oxa_store_tls_handle{%llu}\r\n",
-            static_cast<unsigned long long>(g_oxa_store_tls_handle));
-    return OXA_ERROR;  // a new context goes with `context`
-  }
+  // A new context is owned by the map before the thread's slot points at it, so the slot
+  // never holds a context that a failure could free.
   if (is_new) {
     internal::ScopedLock<OXA_Mutex> hold(mutex_);
     contexts_.emplace(context.get(), context);
   }
+  if (OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, context.get()) != 0) {
+    fprintf(stderr, "OXA_ThreadTls_SetValue failed! g_oxa_store_tls_handle{%llu}\r\n",
+            static_cast<unsigned long long>(g_oxa_store_tls_handle));
+    if (is_new) Forget(context.get());  // released with `context`
+    return OXA_ERROR;
+  }
   return 0;
+}
+
+void oxa_tlsTraceInfoOperImpl::Forget(CTraceInfo_context* context) {
+  ContextPtr dropped;  // released after the lock, in case it is the last reference
+  internal::ScopedLock<OXA_Mutex> hold(mutex_);
+  auto entry = contexts_.find(context);
+  if (entry == contexts_.end()) return;
+  dropped = entry->second;
+  contexts_.erase(entry);
 }
 
 int oxa_tlsTraceInfoOperImpl::Get(OXA_TRACEINFO* info) {
@@ -126,15 +152,7 @@ int oxa_tlsTraceInfoOperImpl::Get(OXA_TRACEINFO* info) {
 
 int oxa_tlsTraceInfoOperImpl::Erase() {
   CTraceInfo_context* current = Current();
-  if (current != nullptr) {
-    ContextPtr dropped;  // released after the lock, in case it is the last reference
-    internal::ScopedLock<OXA_Mutex> hold(mutex_);
-    auto entry = contexts_.find(current);
-    if (entry != contexts_.end()) {
-      dropped = entry->second;
-      contexts_.erase(entry);
-    }
-  }
+  if (current != nullptr) Forget(current);
   OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, nullptr);
   return 0;
 }
