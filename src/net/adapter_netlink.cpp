@@ -28,10 +28,13 @@
 
 #include "oxa_frame.h"
 
+#include "frame/errno_util.h"
 #include "net/adapter_info.h"
 
 namespace oxa {
 namespace internal {
+using oxa::internal::RetryOnEintr;
+
 namespace {
 
 constexpr int kMaxPairs = 16;            // links and addresses collected, each
@@ -41,15 +44,6 @@ constexpr int kRounds = 2;               // a link dump, then an address dump
 constexpr uint16_t kDumpFlags = NLM_F_REQUEST | NLM_F_ROOT | NLM_F_MATCH;
 static_assert(kDumpFlags == 0x301, "dump request flags");
 static_assert(RTM_GETLINK == 18 && RTM_GETADDR == 22, "routing netlink message types");
-
-template <typename Call>
-auto RetryOnEintr(Call call) -> decltype(call()) {
-  decltype(call()) result;
-  do {
-    result = call();
-  } while (result == -1 && errno == EINTR);
-  return result;
-}
 
 struct LinkPair {
   int index;

@@ -1,27 +1,13 @@
-// Helpers shared by the event files: errno kept across clean-up and printing, and a holder
-// for an event's own lock.
+// Helpers shared by the event files: a holder for an event's own lock.
 #ifndef OXA_SRC_SYNC_EVENT_INTERNAL_H_
 #define OXA_SRC_SYNC_EVENT_INTERNAL_H_
 
 #include <errno.h>
 #include <pthread.h>
 
+#include "frame/errno_util.h"
+
 namespace oxa::internal {
-
-// Restores errno when it goes out of scope, so that closing descriptors or printing a
-// diagnostic after a failure leaves the failing call's errno for the caller.
-class ErrnoSaver {
- public:
-  ErrnoSaver() : saved_(errno) {}
-  ~ErrnoSaver() { errno = saved_; }
-  ErrnoSaver(const ErrnoSaver&) = delete;
-  ErrnoSaver& operator=(const ErrnoSaver&) = delete;
-
-  int value() const { return saved_; }
-
- private:
-  int saved_;
-};
 
 // Holds an event's lock for a scope. A lock that cannot be taken (one destroyed by
 // OXA_EnumNetworkEvents) is not released either; the work under it goes on, as the event's

@@ -9,6 +9,7 @@
 #include "oxa_sysinfo.h"
 #include "oxa_time.h"
 
+#include "frame/errno_util.h"
 #include "frame/scoped_lock.h"
 
 #if UINTPTR_MAX == 0xffffffffu
@@ -16,6 +17,8 @@ static_assert(sizeof(sem_t) == 16, "semaphore storage is ABI");
 static_assert(sizeof(OXA_Sema) == 16 + 4 + 24, "semaphore, maximum, post lock");
 static_assert(sizeof(oxa::oxa_sem) == 4 + 16, "vtable pointer, semaphore");
 #endif
+
+using oxa::internal::RetryOnEintr;
 
 namespace {
 
@@ -26,16 +29,6 @@ constexpr long kNsPerSecond = 1000000000L;
 constexpr long kNsPerMs = 1000000L;
 constexpr long kNsPerUs = 1000L;
 constexpr int kMsPerSecond = 1000;
-
-// Retries a semaphore call that fails with EINTR; any other result is returned as it is.
-template <class Call>
-int RetryOnEintr(Call call) {
-  int rc;
-  do {
-    rc = call();
-  } while (rc == -1 && errno == EINTR);
-  return rc;
-}
 
 // The absolute wall-clock time ms milliseconds from now, for sem_timedwait (which measures
 // on CLOCK_REALTIME). The nanoseconds stay below 2 * 10^9, so a 32-bit long holds them.
