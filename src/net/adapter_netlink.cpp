@@ -33,7 +33,6 @@
 
 namespace oxa {
 namespace internal {
-using oxa::internal::RetryOnEintr;
 
 namespace {
 
