@@ -10,6 +10,7 @@
 #include "oxa_atomic.h"
 #include "oxa_base.h"
 #include "oxa_event.h"
+#include "oxa_file.h"
 #include "oxa_frame.h"
 #include "oxa_netflow.h"
 #include "oxa_netinfo.h"
