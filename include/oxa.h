@@ -12,6 +12,7 @@
 #include "oxa_event.h"
 #include "oxa_file.h"
 #include "oxa_frame.h"
+#include "oxa_log.h"
 #include "oxa_netflow.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"

@@ -1,0 +1,191 @@
+// The log service's entry points: line formatting on the caller's thread, target switches,
+// and the one-call switch OXA_Log.
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+
+#include "oxa_log.h"
+
+#include "log/log_engine.h"
+
+namespace {
+
+using oxa::internal::Engine;
+using oxa::internal::LogEngine;
+
+constexpr size_t kLineBytes = 2048;
+// CR, LF and the terminator always fit behind prefix and text.
+constexpr size_t kLastTextEnd = kLineBytes - 3;
+constexpr unsigned int kPrefixRoom = kLineBytes - 1;
+
+const char* LevelName(log_level level) {
+  switch (level) {
+    case OXA_LOG_DISABLE:
+      return "DISABLE";
+    case OXA_LOG_ERR:
+      return "ERR";
+    case OXA_LOG_DBG:
+      return "DBG";
+    case OXA_LOG_INF:
+      return "INF";
+  }
+  return "UNKNOWN";
+}
+
+// The file name without any directory, with "/" and "\" both taken as separators.
+const char* BaseName(const char* path) {
+  const char* base = path;
+  for (const char* at = path; *at != '\0'; ++at) {
+    if (*at == '/' || *at == '\\') base = at + 1;
+  }
+  return base;
+}
+
+// Local time of the current second. Each thread keeps the last second it converted, so
+// the time-zone conversion runs once a second per thread instead of once a line.
+const struct tm& LocalNow() {
+  thread_local time_t cached_second = -1;
+  thread_local struct tm cached_fields = {};
+  const time_t now = time(nullptr);
+  if (now != cached_second) {
+    localtime_r(&now, &cached_fields);
+    cached_second = now;
+  }
+  return cached_fields;
+}
+
+int ServiceStartIfNeeded(LogEngine& engine) { return engine.started() ? 0 : engine.ServiceStart(); }
+
+}  // namespace
+
+OXA_API int FormatTimeAndName(char* buffer, unsigned int size, log_level level, const char* file,
+                              int line) {
+  const struct tm& now = LocalNow();
+  // The millisecond field is always 0: lines of one second carry the same stamp.
+  return snprintf(buffer, size, "[%04u-%02u-%02u %02u:%02u:%02u.%03u][%s][FILE:%s][LINE:%d] ",
+                  static_cast<unsigned>(now.tm_year + 1900), static_cast<unsigned>(now.tm_mon + 1),
+                  static_cast<unsigned>(now.tm_mday), static_cast<unsigned>(now.tm_hour),
+                  static_cast<unsigned>(now.tm_min), static_cast<unsigned>(now.tm_sec), 0u,
+                  LevelName(level), BaseName(file), line);
+}
+
+int LogService::ServiceStart() { return Engine().ServiceStart(); }
+
+int LogService::ServiceStop(bool wait) { return Engine().ServiceStop(wait); }
+
+int LogService::PushData(const char* line, unsigned int length) {
+  if (line == nullptr) return OXA_LOG_BAD_ARGUMENT;
+  return Engine().PushData(line, length);
+}
+
+int LogService::SwitchFileService(bool on, const char* directory, unsigned int size, bool cyclic) {
+  return Engine().files_.SwitchFileService(on, directory, size, cyclic);
+}
+
+OXA_API LogService* GetLogService() {
+  static LogService service;
+  Engine();  // built with the facade, so both live until exit
+  return &service;
+}
+
+extern "C" {
+
+OXA_API int WriteLog(log_level level, const char* file, int line, const char* format, ...) {
+  if (format == nullptr || file == nullptr) return OXA_LOG_BAD_ARGUMENT;
+  LogEngine& engine = Engine();
+  if (level > engine.level()) return OXA_LOG_FILTERED;
+  if (!engine.AnyTargetOn()) return OXA_LOG_NO_TARGET;
+  const int started = ServiceStartIfNeeded(engine);
+  if (started != 0) return started;
+
+  char text[kLineBytes];
+  const int formed = FormatTimeAndName(text, kPrefixRoom, level, file, line);
+  if (formed < 0) return OXA_LOG_FORMAT_FAILED;
+  // The formatters report the length they wanted; what was copied is clamped to the room.
+  const size_t prefix = std::min(static_cast<size_t>(formed), kLastTextEnd);
+  va_list args;
+  va_start(args, format);
+  const int wanted = vsnprintf(text + prefix, kPrefixRoom - prefix, format, args);
+  va_end(args);
+  if (wanted < 0) return OXA_LOG_FORMAT_FAILED;
+  const size_t end = std::min(prefix + static_cast<size_t>(wanted), kLastTextEnd);
+  memcpy(text + end, "\r\n", 3);
+  return engine.PushData(text, static_cast<uint32_t>(end + 3));
+}
+
+OXA_API int AdjustLogLevel(log_level level) {
+  Engine().set_level(level);
+  return 0;
+}
+
+OXA_API int EnableTarget(log_services target, const void* parameter, unsigned int size,
+                         unsigned int cyclic) {
+  LogEngine& engine = Engine();
+  switch (target) {
+    case OXA_LOG_TO_CONSOLE:
+      engine.console_on_ = true;
+      return 0;
+    case OXA_LOG_TO_DEBUG:
+      engine.debug_on_ = true;
+      return 0;
+    case OXA_LOG_TO_FILES:
+      // A refused directory is reported on the debug channel; the result stays 0.
+      engine.files_.SwitchFileService(true, static_cast<const char*>(parameter), size, cyclic != 0);
+      return 0;
+  }
+  return OXA_LOG_BAD_ARGUMENT;
+}
+
+OXA_API int DisableTarget(log_services target) {
+  if (target < OXA_LOG_TO_CONSOLE || target > OXA_LOG_TO_FILES) return OXA_LOG_BAD_ARGUMENT;
+  LogEngine& engine = Engine();
+  // Lines accepted while the target was on still reach it.
+  engine.Flush();
+  switch (target) {
+    case OXA_LOG_TO_CONSOLE:
+      engine.console_on_ = false;
+      break;
+    case OXA_LOG_TO_DEBUG:
+      engine.debug_on_ = false;
+      break;
+    case OXA_LOG_TO_FILES:
+      engine.files_.SwitchFileService(false, nullptr, 0, false);
+      break;
+    default:
+      return OXA_LOG_BAD_ARGUMENT;
+  }
+  if (!engine.AnyTargetOn()) engine.ServiceStop(true);
+  return 0;
+}
+
+OXA_API int StartLogService(void) {
+  Engine().SetStopped(false);
+  return 0;
+}
+
+OXA_API int StopLogService(bool stop) {
+  LogEngine& engine = Engine();
+  engine.SetStopped(stop);
+  return engine.ServiceStop(true);
+}
+
+OXA_API int OXA_Log(unsigned int flags, const char* directory) {
+  if (flags == 0) {
+    DisableTarget(OXA_LOG_TO_CONSOLE);
+    DisableTarget(OXA_LOG_TO_FILES);
+    StopLogService(true);
+    return 0;
+  }
+  StartLogService();
+  if ((flags & 1) != 0) EnableTarget(OXA_LOG_TO_CONSOLE, nullptr, 0, 0);
+  if ((flags & 2) != 0) EnableTarget(OXA_LOG_TO_FILES, directory, 0, 0);
+  AdjustLogLevel(OXA_LOG_INF);
+  return 0;
+}
+
+OXA_API void oxa2_log(void) {}
+
+}  // extern "C"

@@ -1,0 +1,135 @@
+#include "log/log_engine.h"
+
+#include <stdio.h>
+
+#include <chrono>
+
+#include "oxa_frame.h"
+#include "oxa_thread.h"
+
+namespace oxa::internal {
+namespace {
+
+constexpr unsigned int kWriterStackBytes = 0x20000;
+// The writer looks at an empty queue again at least this often; a line queued while it
+// waits wakes it at once.
+constexpr std::chrono::milliseconds kIdlePoll(5);
+
+}  // namespace
+
+LogEngine& Engine() {
+  static LogEngine engine;
+  return engine;
+}
+
+int LogEngine::ServiceStart() {
+  std::lock_guard<std::mutex> service(service_mu_);
+  if (started()) return 0;
+  if (stopped_) return OXA_LOG_NOT_STARTED;
+  {
+    std::lock_guard<std::mutex> hold(queue_mu_);
+    if (!queue_.Allocate()) return OXA_ERROR;
+    quit_ = false;
+  }
+  writer_ = OXA_Thread_Create(WriteLogProc, this, kWriterStackBytes, 0, 0, 0);
+  std::lock_guard<std::mutex> hold(queue_mu_);
+  if (writer_ == OXA_INVALID_HANDLE) {
+    queue_.Free();
+    return OXA_ERROR;
+  }
+  started_.store(true, std::memory_order_release);
+  return 0;
+}
+
+// With wait false the lines not yet taken are dropped, but the writer is still joined: it
+// finishes at most the batch in hand, and no thread outlives the buffers it writes from.
+int LogEngine::ServiceStop(bool wait) {
+  std::lock_guard<std::mutex> service(service_mu_);
+  if (!started()) return 0;
+  {
+    std::lock_guard<std::mutex> hold(queue_mu_);
+    started_.store(false, std::memory_order_release);
+    quit_ = true;
+    if (!wait) queue_.DropUntaken();
+  }
+  wake_.notify_one();
+  flushed_.notify_all();
+  OXA_Thread_Wait(writer_);
+  writer_ = OXA_INVALID_HANDLE;
+  files_.SwitchFileService(false, nullptr, 0, false);
+  std::lock_guard<std::mutex> hold(queue_mu_);
+  queue_.Free();
+  return 0;
+}
+
+void LogEngine::Flush() {
+  std::unique_lock<std::mutex> hold(queue_mu_);
+  if (!started()) return;
+  const uint32_t target = queue_.pushed();
+  ++flush_waiters_;
+  writer_idle_ = false;
+  wake_.notify_one();
+  flushed_.wait(
+      hold, [&] { return !started() || static_cast<int32_t>(queue_.released() - target) >= 0; });
+  --flush_waiters_;
+}
+
+void LogEngine::SetStopped(bool stopped) {
+  std::lock_guard<std::mutex> service(service_mu_);
+  stopped_ = stopped;
+}
+
+int LogEngine::PushData(const char* line, uint32_t length) {
+  bool wake = false;
+  {
+    std::lock_guard<std::mutex> hold(queue_mu_);
+    if (!started()) return OXA_LOG_NOT_STARTED;
+    if (queue_.Push(line, length) != 0) return OXA_LOG_QUEUE_FULL;
+    wake = writer_idle_;
+    writer_idle_ = false;  // one wake-up is enough for every line queued meanwhile
+  }
+  if (wake) wake_.notify_one();
+  return 0;
+}
+
+void* LogEngine::WriteLogProc(void* engine) {
+  static_cast<LogEngine*>(engine)->WriterLoop();
+  return nullptr;
+}
+
+// Runs until told to quit and the queue is empty, so a waited-for stop writes every line.
+void LogEngine::WriterLoop() {
+  for (;;) {
+    size_t count = 0;
+    {
+      std::unique_lock<std::mutex> hold(queue_mu_);
+      count = queue_.Take(batch_, LogFileSink::kMaxBatch);
+      if (count == 0) {
+        if (quit_) return;
+        writer_idle_ = true;
+        wake_.wait_for(hold, kIdlePoll);
+        writer_idle_ = false;
+        continue;
+      }
+    }
+    Deliver(batch_, count);
+    std::lock_guard<std::mutex> hold(queue_mu_);
+    queue_.Release(count);
+    if (flush_waiters_ > 0) flushed_.notify_all();
+  }
+}
+
+void LogEngine::Deliver(const LogLine* lines, size_t count) {
+  if (console_on_) {
+    for (size_t i = 0; i < count; ++i)
+      fputs(lines[i].data, stdout);
+    fflush(stdout);
+  }
+  if (debug_on_) {
+    for (size_t i = 0; i < count; ++i)
+      OXA_OutputDebugString(lines[i].data);
+  }
+  files_.InputLines(lines, count);
+}
+
+}  // namespace oxa::internal
