@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "oxa_log.h"
 
@@ -44,32 +45,78 @@ const char* BaseName(const char* path) {
   return base;
 }
 
-// Local time of the current second. Each thread keeps the last second it converted, so
-// the time-zone conversion runs once a second per thread instead of once a line.
-const struct tm& LocalNow() {
-  thread_local time_t cached_second = -1;
-  thread_local struct tm cached_fields = {};
+// "[YYYY-MM-DD hh:mm:ss.000]" of the current local second. Each thread formats it once a
+// second and keeps it: the time-zone conversion and the formatter stay off the per-line path.
+struct Stamp {
+  time_t second = -1;
+  size_t length = 0;
+  char text[48] = {};
+};
+
+const Stamp& StampNow() {
+  thread_local Stamp stamp;
   const time_t now = time(nullptr);
-  if (now != cached_second) {
-    localtime_r(&now, &cached_fields);
-    cached_second = now;
+  if (now != stamp.second) {
+    struct tm local {};
+    localtime_r(&now, &local);
+    // The millisecond field is always 0: lines of one second carry the same stamp.
+    const int length = snprintf(
+        stamp.text, sizeof stamp.text, "[%04u-%02u-%02u %02u:%02u:%02u.%03u]",
+        static_cast<unsigned>(local.tm_year + 1900), static_cast<unsigned>(local.tm_mon + 1),
+        static_cast<unsigned>(local.tm_mday), static_cast<unsigned>(local.tm_hour),
+        static_cast<unsigned>(local.tm_min), static_cast<unsigned>(local.tm_sec), 0u);
+    stamp.length = static_cast<size_t>(std::max(length, 0));
+    stamp.second = now;
   }
-  return cached_fields;
+  return stamp;
 }
+
+// Text assembled piece by piece with snprintf's rules: at most size - 1 bytes and a
+// terminator are stored, and the length counts everything that was asked for.
+class BoundedText {
+ public:
+  BoundedText(char* buffer, size_t size) : buffer_(buffer), size_(size) {}
+
+  BoundedText& Add(const char* text, size_t length) {
+    if (length_ + 1 < size_) memcpy(buffer_ + length_, text, std::min(length, size_ - 1 - length_));
+    length_ += length;
+    return *this;
+  }
+  BoundedText& Add(const char* text) { return Add(text, strlen(text)); }
+  // Terminates what was stored and returns the full length.
+  int Finish() {
+    if (size_ > 0) buffer_[std::min(length_, size_ - 1)] = '\0';
+    return static_cast<int>(length_);
+  }
+
+ private:
+  char* buffer_;
+  size_t size_;
+  size_t length_ = 0;
+};
 
 int ServiceStartIfNeeded(LogEngine& engine) { return engine.started() ? 0 : engine.ServiceStart(); }
 
 }  // namespace
 
+// The same text as "[%04u-%02u-%02u %02u:%02u:%02u.%03u][%s][FILE:%s][LINE:%d] " would give,
+// and the same result as snprintf, assembled without the formatter on the per-line path.
 OXA_API int FormatTimeAndName(char* buffer, unsigned int size, log_level level, const char* file,
                               int line) {
-  const struct tm& now = LocalNow();
-  // The millisecond field is always 0: lines of one second carry the same stamp.
-  return snprintf(buffer, size, "[%04u-%02u-%02u %02u:%02u:%02u.%03u][%s][FILE:%s][LINE:%d] ",
-                  static_cast<unsigned>(now.tm_year + 1900), static_cast<unsigned>(now.tm_mon + 1),
-                  static_cast<unsigned>(now.tm_mday), static_cast<unsigned>(now.tm_hour),
-                  static_cast<unsigned>(now.tm_min), static_cast<unsigned>(now.tm_sec), 0u,
-                  LevelName(level), BaseName(file), line);
+  if (buffer == nullptr && size != 0) return -1;
+  const Stamp& stamp = StampNow();
+  char number[16];
+  const auto converted = std::to_chars(number, number + sizeof number, line);
+  return BoundedText(buffer, size)
+      .Add(stamp.text, stamp.length)
+      .Add("[")
+      .Add(LevelName(level))
+      .Add("][FILE:")
+      .Add(BaseName(file != nullptr ? file : ""))
+      .Add("][LINE:")
+      .Add(number, static_cast<size_t>(converted.ptr - number))
+      .Add("] ")
+      .Finish();
 }
 
 int LogService::ServiceStart() { return Engine().ServiceStart(); }

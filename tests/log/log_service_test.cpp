@@ -159,6 +159,12 @@ TEST(LogService, OverLongLinesAreClampedInsideTheLineBuffer) {
   char prefix[2048];
   const int prefix_length = FormatTimeAndName(prefix, sizeof prefix, OXA_LOG_INF, "f.c", 1);
   ASSERT_GT(prefix_length, 40);
+  char small[11];
+  memset(small, '#', sizeof small);
+  EXPECT_EQ(prefix_length, FormatTimeAndName(small, 10, OXA_LOG_INF, "f.c", 1));
+  EXPECT_EQ(std::string(prefix, 9), small) << "cut like snprintf, terminated";
+  EXPECT_EQ('#', small[10]);
+  EXPECT_EQ(prefix_length, FormatTimeAndName(nullptr, 0, OXA_LOG_INF, "f.c", 1));
   const auto fits = static_cast<size_t>(2045 - prefix_length);
   const std::string exact(fits, 'e');
   const std::string over(fits + 1, 'o');
