@@ -1,5 +1,6 @@
 #include "log/log_engine.h"
 
+#include <pthread.h>
 #include <stdio.h>
 
 #include <chrono>
@@ -14,12 +15,27 @@ constexpr unsigned int kWriterStackBytes = 0x20000;
 // The writer looks at an empty queue again at least this often; a line queued while it
 // waits wakes it at once.
 constexpr std::chrono::milliseconds kIdlePoll(5);
+// How long the exit waits for the writer to finish the batch in hand.
+constexpr std::chrono::seconds kExitGrace(2);
+
+LogEngine* g_engine = nullptr;
+
+// Stops the service when the library is unloaded or the process exits. Built at load, so it
+// is destroyed after the application's own static objects, whose destructors may still log.
+struct ExitStop {
+  ExitStop() = default;
+  ~ExitStop() {
+    if (g_engine != nullptr) g_engine->StopAtExit();
+  }
+  ExitStop(const ExitStop&) = delete;
+  ExitStop& operator=(const ExitStop&) = delete;
+} g_exit_stop;
 
 }  // namespace
 
 LogEngine& Engine() {
-  static LogEngine engine;
-  return engine;
+  static LogEngine* engine = g_engine = new LogEngine;
+  return *engine;
 }
 
 int LogEngine::ServiceStart() {
@@ -30,6 +46,7 @@ int LogEngine::ServiceStart() {
     std::lock_guard<std::mutex> hold(queue_mu_);
     if (!queue_.Allocate()) return OXA_ERROR;
     quit_ = false;
+    writer_done_ = false;
   }
   writer_ = OXA_Thread_Create(WriteLogProc, this, kWriterStackBytes, 0, 0, 0);
   std::lock_guard<std::mutex> hold(queue_mu_);
@@ -41,25 +58,47 @@ int LogEngine::ServiceStart() {
   return 0;
 }
 
-// With wait false the lines not yet taken are dropped, but the writer is still joined: it
-// finishes at most the batch in hand, and no thread outlives the buffers it writes from.
-int LogEngine::ServiceStop(bool wait) {
-  std::lock_guard<std::mutex> service(service_mu_);
-  if (!started()) return 0;
-  {
-    std::lock_guard<std::mutex> hold(queue_mu_);
-    started_.store(false, std::memory_order_release);
-    quit_ = true;
-    if (!wait) queue_.DropUntaken();
-  }
+// REQUIRES: service_mu_ held and the service started.
+void LogEngine::SignalQuit(bool drop_untaken) {
+  std::lock_guard<std::mutex> hold(queue_mu_);
+  started_.store(false, std::memory_order_release);
+  quit_ = true;
+  if (drop_untaken) queue_.DropUntaken();
   wake_.notify_one();
-  flushed_.notify_all();
+  flushed_.notify_all();  // pending flushes end: nothing more will be written
+}
+
+// REQUIRES: service_mu_ held and the writer told to quit.
+void LogEngine::JoinWriterAndRelease() {
   OXA_Thread_Wait(writer_);
   writer_ = OXA_INVALID_HANDLE;
   files_.SwitchFileService(false, nullptr, 0, false);
   std::lock_guard<std::mutex> hold(queue_mu_);
   queue_.Free();
+}
+
+// With wait false the lines not yet taken are dropped, but the writer is still joined: it
+// finishes at most the batch in hand, and no thread outlives the buffers it writes from.
+int LogEngine::ServiceStop(bool wait) {
+  std::lock_guard<std::mutex> service(service_mu_);
+  if (!started()) return 0;
+  SignalQuit(!wait);
+  JoinWriterAndRelease();
   return 0;
+}
+
+void LogEngine::StopAtExit() {
+  std::lock_guard<std::mutex> service(service_mu_);
+  if (!started()) return;
+  SignalQuit(true);
+  {
+    std::unique_lock<std::mutex> hold(queue_mu_);
+    if (!flushed_.wait_for(hold, kExitGrace, [&] { return writer_done_; })) {
+      pthread_detach(static_cast<pthread_t>(writer_));
+      return;
+    }
+  }
+  JoinWriterAndRelease();
 }
 
 void LogEngine::Flush() {
@@ -105,7 +144,11 @@ void LogEngine::WriterLoop() {
       std::unique_lock<std::mutex> hold(queue_mu_);
       count = queue_.Take(batch_, LogFileSink::kMaxBatch);
       if (count == 0) {
-        if (quit_) return;
+        if (quit_) {
+          writer_done_ = true;
+          flushed_.notify_all();
+          return;
+        }
         writer_idle_ = true;
         wake_.wait_for(hold, kIdlePoll);
         writer_idle_ = false;

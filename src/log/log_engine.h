@@ -23,13 +23,16 @@ namespace oxa::internal {
 class LogEngine {
  public:
   LogEngine() = default;
-  // Stops without writing out what is still queued; see ServiceStop(false).
-  ~LogEngine() { ServiceStop(false); }
+  ~LogEngine() = default;
   LogEngine(const LogEngine&) = delete;
   LogEngine& operator=(const LogEngine&) = delete;
 
   int ServiceStart();
   int ServiceStop(bool wait);
+  // The stop at process exit: lines not yet taken are dropped, and the writer is given a
+  // short grace to finish the batch in hand. A writer stuck in a blocked write is left
+  // running with everything it uses, since the process is ending anyway.
+  void StopAtExit();
   int PushData(const char* line, uint32_t length);
   // Returns once every line queued before the call has been written out (or the service
   // stopped meanwhile). Returns at once when the service is not running.
@@ -47,6 +50,8 @@ class LogEngine {
   LogFileSink files_;
 
  private:
+  void SignalQuit(bool drop_untaken);
+  void JoinWriterAndRelease();
   static void* WriteLogProc(void* engine);
   void WriterLoop();
   // Sends a batch to every target that is on, each target in queue order.
@@ -66,11 +71,14 @@ class LogEngine {
   bool writer_idle_ = false;         // Guarded by queue_mu_: the writer waits on wake_.
   std::condition_variable flushed_;  // Flush waits here for lines to be released
   int flush_waiters_ = 0;            // Guarded by queue_mu_.
+  bool writer_done_ = false;         // Guarded by queue_mu_: the writer left its loop.
 
   LogLine batch_[LogFileSink::kMaxBatch];  // the writer's own
 };
 
-// The engine behind GetLogService(), built on first use.
+// The engine behind GetLogService(), built on first use and never destroyed: OXA_Fini may
+// run from another static object's destructor at exit, after a function-local static would
+// already be gone. A load-time object calls StopAtExit instead.
 LogEngine& Engine();
 
 }  // namespace oxa::internal
