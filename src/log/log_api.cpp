@@ -6,7 +6,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "oxa_log.h"
 
@@ -71,6 +70,24 @@ const Stamp& StampNow() {
   return stamp;
 }
 
+// The decimal text of value, as %d writes it, into `out` (room for 11 characters); its length.
+size_t Decimal(int value, char* out) {
+  char reversed[12];
+  size_t count = 0;
+  // Works on the unsigned magnitude, so the most negative value has no overflow.
+  auto magnitude = static_cast<unsigned int>(value);
+  if (value < 0) magnitude = 0u - magnitude;
+  do {
+    reversed[count++] = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  size_t length = 0;
+  if (value < 0) out[length++] = '-';
+  while (count > 0)
+    out[length++] = reversed[--count];
+  return length;
+}
+
 // Text assembled piece by piece with snprintf's rules: at most size - 1 bytes and a
 // terminator are stored, and the length counts everything that was asked for.
 class BoundedText {
@@ -106,7 +123,7 @@ OXA_API int FormatTimeAndName(char* buffer, unsigned int size, log_level level, 
   if (buffer == nullptr && size != 0) return -1;
   const Stamp& stamp = StampNow();
   char number[16];
-  const auto converted = std::to_chars(number, number + sizeof number, line);
+  const size_t digits = Decimal(line, number);
   return BoundedText(buffer, size)
       .Add(stamp.text, stamp.length)
       .Add("[")
@@ -114,7 +131,7 @@ OXA_API int FormatTimeAndName(char* buffer, unsigned int size, log_level level, 
       .Add("][FILE:")
       .Add(BaseName(file != nullptr ? file : ""))
       .Add("][LINE:")
-      .Add(number, static_cast<size_t>(converted.ptr - number))
+      .Add(number, digits)
       .Add("] ")
       .Finish();
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -30,9 +31,10 @@ TEST(LogService, LineFormatFileNameAndDefaultDirectory) {
   ASSERT_EQ(0, EnableTarget(kFiles, nullptr, 0, 1));
   EXPECT_EQ(0, WriteLog(OXA_LOG_INF, "src\\sub/module.cpp", 42, "hello %d", 7));
   EXPECT_EQ(0, WriteLog(OXA_LOG_ERR, "plain", -1, "%s", ""));
+  EXPECT_EQ(0, WriteLog(OXA_LOG_DBG, "/", INT32_MIN, "min"));
   Drain();
   const auto lines = SplitLines(ReadAll("./oxalog/oxa_log_1_w.log"));
-  ASSERT_EQ(2u, lines.size());
+  ASSERT_EQ(3u, lines.size());
   const std::regex stamp(R"(\[(\d{4})-\d\d-\d\d \d\d:\d\d:\d\d\.000\])");
   std::smatch year;
   ASSERT_TRUE(std::regex_search(lines[0], year, stamp)) << lines[0];
@@ -43,6 +45,7 @@ TEST(LogService, LineFormatFileNameAndDefaultDirectory) {
   EXPECT_EQ(local.tm_year + 1900, std::stoi(year[1]));
   EXPECT_EQ("[INF][FILE:module.cpp][LINE:42] hello 7\r\n", lines[0].substr(25));
   EXPECT_EQ("[ERR][FILE:plain][LINE:-1] \r\n", lines[1].substr(25));
+  EXPECT_EQ("[DBG][FILE:][LINE:-2147483648] min\r\n", lines[2].substr(25));
 }
 
 TEST(LogService, ResultCodesAndLevelOrder) {
