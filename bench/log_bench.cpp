@@ -140,59 +140,61 @@ void ReportLines(benchmark::State& state, int64_t on_disk, int64_t retries) {
   if (on_disk != kLines) state.SkipWithError("lines lost");
 }
 
-void LogServiceRun(benchmark::State& state, bool timed) {
+// Times `run_once(folder, costs)` per iteration, then counts the lines on disk with the clock
+// stopped. run_once returns how many times a line had to be retried.
+template <class RunOnce>
+void Measure(benchmark::State& state, bool timed, RunOnce run_once) {
   Scratch scratch;
-  std::atomic<int64_t> retries{0};
   std::vector<int64_t> costs;
   int64_t on_disk = 0;
+  int64_t retries = 0;
   for (auto _ : state) {
-    EnableTarget(OXA_LOG_TO_FILES, scratch.path().c_str(), 0, 0);
-    RunWriters(
-        [&](int t, int i) {
-          while (WriteLog(OXA_LOG_INF, __FILE__, __LINE__, "thread %d line %06d %s", t, i,
-                          kPadding) == OXA_LOG_QUEUE_FULL) {
-            retries.fetch_add(1, std::memory_order_relaxed);
-            std::this_thread::sleep_for(std::chrono::microseconds(50));
-          }
-        },
-        timed ? &costs : nullptr);
-    StopLogService(false);  // every queued line written before the clock stops
+    retries += run_once(scratch.path(), timed ? &costs : nullptr);
     state.PauseTiming();
     on_disk = scratch.CountLines();
     scratch.Clean();
     state.ResumeTiming();
   }
-  ReportLines(state, on_disk, retries.load() / static_cast<int64_t>(state.iterations()));
+  ReportLines(state, on_disk, retries / static_cast<int64_t>(state.iterations()));
   ReportCosts(state, &costs);
 }
 
-void FprintfRun(benchmark::State& state, bool timed) {
-  Scratch scratch;
-  std::vector<int64_t> costs;
-  int64_t on_disk = 0;
-  for (auto _ : state) {
-    FILE* file = fopen((scratch.path() + "/fprintf.log").c_str(), "we");
-    std::mutex mutex;
-    RunWriters(
-        [&](int t, int i) {
-          const tm& now = LocalNow();
-          std::lock_guard<std::mutex> hold(mutex);
-          fprintf(file,
-                  "[%04u-%02u-%02u %02u:%02u:%02u.000][INF][FILE:%s][LINE:%d] thread %d line "
-                  "%06d %s\r\n",
-                  now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min,
-                  now.tm_sec, "log_bench.cpp", __LINE__, t, i, kPadding);
-        },
-        timed ? &costs : nullptr);
-    fclose(file);
-    state.PauseTiming();
-    on_disk = scratch.CountLines();
-    scratch.Clean();
-    state.ResumeTiming();
-  }
-  ReportLines(state, on_disk, 0);
-  ReportCosts(state, &costs);
+int64_t LogServiceOnce(const std::string& folder, std::vector<int64_t>* costs) {
+  std::atomic<int64_t> retries{0};
+  EnableTarget(OXA_LOG_TO_FILES, folder.c_str(), 0, 0);
+  RunWriters(
+      [&](int t, int i) {
+        while (WriteLog(OXA_LOG_INF, __FILE__, __LINE__, "thread %d line %06d %s", t, i,
+                        kPadding) == OXA_LOG_QUEUE_FULL) {
+          retries.fetch_add(1, std::memory_order_relaxed);
+          std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+      },
+      costs);
+  StopLogService(false);  // every queued line written before the clock stops
+  return retries.load();
 }
+
+int64_t FprintfOnce(const std::string& folder, std::vector<int64_t>* costs) {
+  FILE* file = fopen((folder + "/fprintf.log").c_str(), "we");
+  std::mutex mutex;
+  RunWriters(
+      [&](int t, int i) {
+        const tm& now = LocalNow();
+        std::lock_guard<std::mutex> hold(mutex);
+        fprintf(file,
+                "[%04u-%02u-%02u %02u:%02u:%02u.000][INF][FILE:%s][LINE:%d] thread %d line "
+                "%06d %s\r\n",
+                now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min,
+                now.tm_sec, "log_bench.cpp", __LINE__, t, i, kPadding);
+      },
+      costs);
+  fclose(file);
+  return 0;
+}
+
+void LogServiceRun(benchmark::State& state, bool timed) { Measure(state, timed, LogServiceOnce); }
+void FprintfRun(benchmark::State& state, bool timed) { Measure(state, timed, FprintfOnce); }
 
 void BM_LogService(benchmark::State& state) { LogServiceRun(state, false); }
 BENCHMARK(BM_LogService)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
@@ -210,32 +212,22 @@ BENCHMARK(BM_FprintfUnderMutexCallCost)
     ->Iterations(3);
 
 #ifdef OXA_BENCH_HAVE_SPDLOG
-void SpdlogRun(benchmark::State& state, bool timed) {
-  Scratch scratch;
-  std::vector<int64_t> costs;
-  int64_t on_disk = 0;
-  for (auto _ : state) {
-    spdlog::init_thread_pool(8192, 1);
-    auto logger = spdlog::create_async<spdlog::sinks::basic_file_sink_mt>(
-        "bench", scratch.path() + "/spdlog.log", true);
-    logger->set_formatter(std::make_unique<spdlog::pattern_formatter>(
-        "[%Y-%m-%d %H:%M:%S.000][INF][FILE:%s][LINE:%#] %v", spdlog::pattern_time_type::local,
-        "\r\n"));
-    RunWriters(
-        [&](int t, int i) {
-          SPDLOG_LOGGER_INFO(logger, "thread {} line {:06d} {}", t, i, kPadding);
-        },
-        timed ? &costs : nullptr);
-    logger.reset();
-    spdlog::shutdown();  // drains the queue and closes the file
-    state.PauseTiming();
-    on_disk = scratch.CountLines();
-    scratch.Clean();
-    state.ResumeTiming();
-  }
-  ReportLines(state, on_disk, 0);
-  ReportCosts(state, &costs);
+int64_t SpdlogOnce(const std::string& folder, std::vector<int64_t>* costs) {
+  spdlog::init_thread_pool(8192, 1);
+  auto logger = spdlog::create_async<spdlog::sinks::basic_file_sink_mt>(
+      "bench", folder + "/spdlog.log", true);
+  logger->set_formatter(std::make_unique<spdlog::pattern_formatter>(
+      "[%Y-%m-%d %H:%M:%S.000][INF][FILE:%s][LINE:%#] %v", spdlog::pattern_time_type::local,
+      "\r\n"));
+  RunWriters(
+      [&](int t, int i) { SPDLOG_LOGGER_INFO(logger, "thread {} line {:06d} {}", t, i, kPadding); },
+      costs);
+  logger.reset();
+  spdlog::shutdown();  // drains the queue and closes the file
+  return 0;
 }
+
+void SpdlogRun(benchmark::State& state, bool timed) { Measure(state, timed, SpdlogOnce); }
 
 void BM_SpdlogAsync(benchmark::State& state) { SpdlogRun(state, false); }
 BENCHMARK(BM_SpdlogAsync)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);

@@ -80,14 +80,19 @@ TEST(LogRotation, FilesRotateAtLineBoundariesUnderTheSizeLimit) {
     EXPECT_EQ(texts[i], TextOf(lines[i])) << "line " << i;
 }
 
-// Files of one line each: with cyclic numbering file 101 is number 1 again, replacing the
-// finished file 1 of the first round.
-TEST(LogRotation, CyclicNumberingWrapsAfterAHundredFiles) {
-  WorkingDir work;
-  ASSERT_EQ(0, EnableTarget(kFiles, "d", 100, 1));
+// 102 lines into files of 100 bytes: every line gets a file of its own.
+void WriteOneLinePerFile(unsigned int cyclic) {
+  ASSERT_EQ(0, EnableTarget(kFiles, "d", 100, cyclic));
   for (int i = 1; i <= 102; ++i)
     ASSERT_TRUE(WriteRetrying(("line " + std::to_string(i)).c_str()));
   Drain();
+}
+
+// With cyclic numbering file 101 is number 1 again, replacing the finished file 1 of the
+// first round, and so on.
+TEST(LogRotation, CyclicNumberingWrapsAfterAHundredFiles) {
+  WorkingDir work;
+  WriteOneLinePerFile(1);
   EXPECT_EQ("line 101", TextOf(ReadAll(Name(1, false))));
   EXPECT_EQ("line 102", TextOf(ReadAll(Name(2, true))));
   EXPECT_FALSE(Exists(Name(2, false))) << "deleted when file 2 was opened again";
@@ -98,10 +103,7 @@ TEST(LogRotation, CyclicNumberingWrapsAfterAHundredFiles) {
 
 TEST(LogRotation, WithoutCyclicNumberingFilesGoPastAHundred) {
   WorkingDir work;
-  ASSERT_EQ(0, EnableTarget(kFiles, "d", 100, 0));
-  for (int i = 1; i <= 102; ++i)
-    ASSERT_TRUE(WriteRetrying(("line " + std::to_string(i)).c_str()));
-  Drain();
+  WriteOneLinePerFile(0);
   EXPECT_EQ("line 1", TextOf(ReadAll(Name(1, false))));
   EXPECT_EQ("line 101", TextOf(ReadAll(Name(101, false))));
   EXPECT_EQ("line 102", TextOf(ReadAll(Name(102, true))));

@@ -23,6 +23,12 @@ constexpr unsigned int kRead = OXA_FOPEN_READ;
 constexpr unsigned int kWrite = OXA_FOPEN_WRITE;
 constexpr unsigned int kCreate = OXA_FOPEN_CREATE;
 
+mode_t CurrentUmask() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mask;
+}
+
 // The mode a file gets when created with these permission flags, the umask out of the way.
 mode_t CreatedMode(const TempDir& dir, int permissions) {
   const std::string path = dir / ("m" + std::to_string(permissions));
@@ -73,7 +79,7 @@ TEST(File, OpenFlagsSelectAccessCreationAppendAndTruncation) {
   EXPECT_EQ("", ReadAll(path));
 }
 
-TEST(File, ReadWriteAndCountsIncludingFailures) {
+TEST(File, CountsReceiveTheSystemResultFailuresIncluded) {
   TempDir dir;
   const std::string path = dir / "rw";
   const int fd = OXA_OpenFile(path.c_str(), kRead | kWrite | kCreate, OXA_FPROT_USER_WRITE);
@@ -82,29 +88,19 @@ TEST(File, ReadWriteAndCountsIncludingFailures) {
   EXPECT_EQ(0, OXA_WriteFile(fd, "hello", 5, &count));
   EXPECT_EQ(5u, count);
   oxa_int64 position = -5;
-  EXPECT_EQ(0, OXA_FileSeek(fd, 1, SEEK_SET, &position));
-  EXPECT_EQ(1, position);
-  char buffer[8] = {};
-  EXPECT_EQ(0, OXA_ReadFile(fd, buffer, sizeof buffer, &count));
-  EXPECT_EQ(4u, count);
-  EXPECT_STREQ("ello", buffer);
-  EXPECT_EQ(0, OXA_ReadFile(fd, buffer, sizeof buffer, &count));
-  EXPECT_EQ(0u, count) << "end of file";
   EXPECT_EQ(-1, OXA_FileSeek(fd, -10, SEEK_SET, &position));
   EXPECT_EQ(-1, position);
-  EXPECT_EQ(1, OXA_FileIsEOF(fd));
-  EXPECT_EQ(1, OXA_FileIsEOF(-1));
-  OXA_FileFlush(fd);
+  EXPECT_EQ(0, OXA_FileSeek(fd, 1, SEEK_SET, &position));
+  char buffer[8] = {};
+  EXPECT_EQ(0, OXA_ReadFile(fd, buffer, sizeof buffer, &count));
+  EXPECT_STREQ("ello", buffer);
   OXA_CloseFile(fd);
-
   EXPECT_EQ(-1, OXA_ReadFile(fd, buffer, 1, &count));  // closed
   EXPECT_EQ(static_cast<unsigned int>(-1), count);
   EXPECT_EQ(EBADF, errno);
   EXPECT_EQ(-1, OXA_WriteFile(-1, "x", 1, nullptr));
   EXPECT_EQ(-1, OXA_ReadFile(0, nullptr, 1, nullptr));
-  EXPECT_EQ(-1, OXA_WriteFile(1, nullptr, 1, nullptr));
-  OXA_CloseFile(-1);
-  OXA_FileFlush(-1);
+  EXPECT_EQ(1, OXA_FileIsEOF(-1));
 }
 
 TEST(File, StatReportsTypeCodesPermissionsAndSeconds) {
@@ -194,32 +190,24 @@ TEST(File, CopyKeepsBytesAndModeAndRefusesEmptyOrExisting) {
   EXPECT_EQ(-1, OXA_CopyFile(source.c_str(), nullptr, 0));
 }
 
-TEST(File, PathOperations) {
+TEST(File, PathOperationsRefuseNullAndPassErrnoThrough) {
   TempDir dir;
   const std::string sub = dir / "sub";
   ASSERT_EQ(0, OXA_MakeDir(sub.c_str()));
   struct stat status {};
   ::stat(sub.c_str(), &status);
-  EXPECT_TRUE(S_ISDIR(status.st_mode));
-  EXPECT_EQ(-1, OXA_MakeDir(sub.c_str()));
-  EXPECT_EQ(EEXIST, errno);
-  const std::string a = sub + "/a";
-  const std::string b = sub + "/b";
-  WriteAll(a, "x");
-  EXPECT_EQ(0, OXA_AccessFile(a.c_str(), R_OK));
-  EXPECT_EQ(0, OXA_RenameFile(a.c_str(), b.c_str()));
-  EXPECT_EQ(-1, OXA_AccessFile(a.c_str(), F_OK));
+  EXPECT_EQ(0766u & ~CurrentUmask(), status.st_mode & 0777);
+  WriteAll(sub + "/a", "x");
+  EXPECT_EQ(0, OXA_RenameFile((sub + "/a").c_str(), (sub + "/b").c_str()));
   EXPECT_EQ(-1, OXA_RemoveDir(sub.c_str())) << "not empty";
-  EXPECT_EQ(0, OXA_DeleteFile(b.c_str()));
+  EXPECT_EQ(0, OXA_DeleteFile((sub + "/b").c_str()));
   EXPECT_EQ(0, OXA_RemoveDir(sub.c_str()));
-  EXPECT_EQ(-1, OXA_DeleteFile(b.c_str()));
+  EXPECT_EQ(-1, OXA_AccessFile(sub.c_str(), F_OK));
   EXPECT_EQ(ENOENT, errno);
-  EXPECT_EQ(-1, OXA_MakeDir(nullptr));
-  EXPECT_EQ(-1, OXA_DeleteFile(nullptr));
-  EXPECT_EQ(-1, OXA_RemoveDir(nullptr));
-  EXPECT_EQ(-1, OXA_RenameFile(nullptr, b.c_str()));
-  EXPECT_EQ(-1, OXA_RenameFile(b.c_str(), nullptr));
-  EXPECT_EQ(-1, OXA_AccessFile(nullptr, F_OK));
+  for (int result :
+       {OXA_MakeDir(nullptr), OXA_DeleteFile(nullptr), OXA_RemoveDir(nullptr),
+        OXA_RenameFile(nullptr, "x"), OXA_RenameFile("x", nullptr), OXA_AccessFile(nullptr, F_OK)})
+    EXPECT_EQ(-1, result);
 }
 
 TEST(File, ExecutablePathWithoutTerminator) {
@@ -244,21 +232,14 @@ TEST(File, ExecutablePathWithoutTerminator) {
 TEST(File, SharedObjectsLoadLookUpAndUnload) {
   void* math = OXA_LoadDSo("libm.so.6");
   ASSERT_NE(nullptr, math) << dlerror();
-  using Cos = double (*)(double);
-  auto cosine = reinterpret_cast<Cos>(OXA_GetDsoSym(math, "cos"));
+  auto cosine = reinterpret_cast<double (*)(double)>(OXA_GetDsoSym(math, "cos"));
   ASSERT_NE(nullptr, cosine);
   EXPECT_DOUBLE_EQ(1.0, cosine(0.0));
   EXPECT_EQ(nullptr, OXA_GetDsoSym(math, "no_such_symbol_here"));
-  EXPECT_EQ(nullptr, OXA_GetDsoSym(math, nullptr));
-  EXPECT_EQ(nullptr, OXA_GetDsoSym(nullptr, "cos"));
   EXPECT_EQ(0, OXA_UnloadDSo(math));
-
-  void* lazy = OXA_LoadDSoEx("libm.so.6", RTLD_LAZY | RTLD_LOCAL);
-  EXPECT_NE(nullptr, lazy);
-  EXPECT_EQ(0, OXA_UnloadDSo(lazy));
   EXPECT_EQ(nullptr, OXA_LoadDSo("/no/such/library.so"));
   EXPECT_EQ(nullptr, OXA_LoadDSo(nullptr));
-  EXPECT_EQ(nullptr, OXA_LoadDSoEx(nullptr, RTLD_NOW));
+  EXPECT_EQ(nullptr, OXA_GetDsoSym(nullptr, "cos"));
   EXPECT_EQ(-1, OXA_UnloadDSo(nullptr));
 }
 
