@@ -127,27 +127,43 @@ void LogFileSink::FlushPending() {
   iovec* next = pending_;
   size_t left = pending_count_;
   pending_count_ = 0;
+  // Where the last whole line written ends; at first, where this batch starts.
+  int64_t line_end = size_;
+  for (size_t i = 0; i < left; ++i)
+    line_end -= static_cast<int64_t>(pending_[i].iov_len);
+  size_t partial = 0;  // bytes of *next already written by a short write
   while (left > 0) {
     const int chunk = static_cast<int>(std::min<size_t>(left, IOV_MAX));
     const ssize_t done = RetryOnEintr([&] { return ::writev(fd_, next, chunk); });
     if (done < 0) {
-      for (; left > 0; --left, ++next)
-        size_ -= static_cast<int64_t>(next->iov_len);
-      if (!write_failing_)
-        OXA_OutputDebug("LogService WriteFile[%s] failed, errno %d", MakeFileName(true), errno);
-      write_failing_ = true;
+      DropTornLine(line_end, partial > 0);
       return;
     }
-    // Skip what went out; a short write leaves the rest of one line to go.
     auto written = static_cast<size_t>(done);
-    for (; left > 0 && written >= next->iov_len; --left, ++next)
+    for (; left > 0 && written >= next->iov_len; --left, ++next) {
       written -= next->iov_len;
+      line_end += static_cast<int64_t>(partial + next->iov_len);
+      partial = 0;
+    }
     if (left > 0 && written > 0) {
       next->iov_base = static_cast<char*>(next->iov_base) + written;
       next->iov_len -= written;
+      partial += written;
     }
   }
   write_failing_ = false;
+}
+
+void LogFileSink::DropTornLine(int64_t line_end, bool torn) {
+  const int error = errno;
+  // Cut a line that went out only in part, so the file holds whole lines only and the next
+  // line starts where this one did.
+  if (torn && ::ftruncate(fd_, line_end) == 0) ::lseek(fd_, line_end, SEEK_SET);
+  size_ = line_end;
+  if (!write_failing_) {
+    OXA_OutputDebug("LogService WriteFile[%s] failed, errno %d", MakeFileName(true), error);
+  }
+  write_failing_ = true;
 }
 
 }  // namespace oxa::internal

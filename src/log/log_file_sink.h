@@ -52,6 +52,9 @@ class LogFileSink {
   int OpenFile();
   // Writes the gathered lines; a failure is reported once until writing works again.
   void FlushPending();
+  // After a failed write: the file ends after the last whole line again (a partly written
+  // line is cut off), and the failure is reported.
+  void DropTornLine(int64_t line_end, bool torn);
 
   std::mutex mu_;
   std::atomic<bool> on_{false};  // Written under mu_; read without it for the target check.

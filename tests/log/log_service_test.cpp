@@ -2,9 +2,11 @@
 
 #include <ctype.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <string>
@@ -161,6 +163,49 @@ TEST(LogService, OneCallSwitchAndLibraryStop) {
   EXPECT_TRUE(oxa_test::WaitForThreadCount(threads));
   EXPECT_EQ(OXA_LOG_NO_TARGET, WriteLog(OXA_LOG_INF, "f", 6, "off"));
   oxa2_log();
+}
+
+// Files that cannot be opened or written are reported on the debug channel while lines keep
+// being accepted; once the file can grow again, the lines that follow are all written.
+TEST(LogService, FileFailuresAreReportedAndTheServiceGoesOn) {
+  WorkingDir work;
+  oxa_test::WriteAll("blocker", "a file where a directory should be");
+  oxa_test::StderrCapture capture;
+  EnableTarget(kFiles, "blocker/sub", 0, 0);
+  EXPECT_EQ(0, WriteLog(OXA_LOG_INF, "f", 1, "nowhere to go"));
+  DisableTarget(OXA_LOG_TO_CONSOLE);  // a barrier: what was queued before is handled
+
+  signal(SIGXFSZ, SIG_IGN);  // a file at its size limit fails with EFBIG instead
+  struct rlimit old_limit {};
+  getrlimit(RLIMIT_FSIZE, &old_limit);
+  struct rlimit small = old_limit;
+  small.rlim_cur = 1000;
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+  EnableTarget(kFiles, "full", 0, 0);
+  for (int i = 0; i < 30; ++i)
+    EXPECT_EQ(0, WriteLog(OXA_LOG_INF, "f", 2, "line %02d of a disk that fills up", i));
+  DisableTarget(OXA_LOG_TO_CONSOLE);
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &old_limit));
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(0, WriteLog(OXA_LOG_INF, "f", 3, "after %d", i));
+  Drain();
+  const std::string errors = capture.Take();
+  EXPECT_NE(std::string::npos,
+            errors.find("LogService OpenFile[blocker/sub/oxa_log_1_w.log] failed"))
+      << errors;
+  const std::string full_error = "LogService WriteFile[full/oxa_log_1_w.log] failed, errno 27";
+  const size_t first = errors.find(full_error);
+  EXPECT_NE(std::string::npos, first) << errors;
+  EXPECT_EQ(std::string::npos, errors.find(full_error, first + 1)) << "reported once";
+  const std::string text = ReadAll("full/oxa_log_1_w.log");
+  // Whole lines up to the limit (the one cut by it removed again), then the later ones.
+  const auto lines = SplitLines(text);
+  ASSERT_GT(lines.size(), 4u) << text;
+  for (const std::string& line : lines)
+    EXPECT_EQ("\r\n", line.substr(line.size() - 2)) << "torn: " << line;
+  EXPECT_EQ("line 00 of a disk that fills up", TextOf(lines[0]));
+  EXPECT_EQ("after 0", TextOf(lines[lines.size() - 3]));
+  EXPECT_EQ("after 2", TextOf(lines.back()));
 }
 
 // The longest line is 2,048 bytes with its terminator: text is cut so that CR LF always end
