@@ -96,27 +96,32 @@ const tm& LocalNow() {
   return fields;
 }
 
-// Runs `write(thread, index)` kPerThread times on each of kThreads threads; with `costs`,
-// the caller-side duration of each call is kept (in nanoseconds).
+// One writer's share: `write(thread, index)` kPerThread times; with `costs`, the caller-side
+// duration of each call is kept (in nanoseconds).
+template <class Write>
+void WriteShare(Write& write, int thread, std::vector<int64_t>* costs) {
+  for (int i = 0; i < kPerThread; ++i) {
+    if (costs == nullptr) {
+      write(thread, i);
+      continue;
+    }
+    const auto start = Clock::now();
+    write(thread, i);
+    costs->push_back(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start).count());
+  }
+}
+
+// Runs every writer's share on kThreads threads at once; with `costs`, all call durations.
 template <class Write>
 void RunWriters(Write write, std::vector<int64_t>* costs) {
-  std::vector<std::thread> threads;
   std::vector<std::vector<int64_t>> per_thread(kThreads);
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      std::vector<int64_t>& mine = per_thread[static_cast<size_t>(t)];
-      if (costs != nullptr) mine.reserve(kPerThread);
-      for (int i = 0; i < kPerThread; ++i) {
-        if (costs == nullptr) {
-          write(t, i);
-          continue;
-        }
-        const auto start = Clock::now();
-        write(t, i);
-        mine.push_back(
-            std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start).count());
-      }
-    });
+    std::vector<int64_t>* mine = costs != nullptr ? &per_thread[static_cast<size_t>(t)] : nullptr;
+    if (mine != nullptr) mine->reserve(kPerThread);
+    threads.emplace_back([&write, t, mine] { WriteShare(write, t, mine); });
   }
   for (std::thread& thread : threads)
     thread.join();

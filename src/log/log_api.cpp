@@ -172,7 +172,8 @@ OXA_API int WriteLog(log_level level, const char* file, int line, const char* fo
   const size_t prefix = std::min(static_cast<size_t>(formed), kLastTextEnd);
   va_list args;
   va_start(args, format);
-  const int wanted = vsnprintf(text + prefix, kPrefixRoom - prefix, format, args);
+  const int wanted = vsnprintf(  // NOLINT(clang-analyzer-valist.Uninitialized): started above
+      text + prefix, kPrefixRoom - prefix, format, args);
   va_end(args);
   if (wanted < 0) return OXA_LOG_FORMAT_FAILED;
   const size_t end = std::min(prefix + static_cast<size_t>(wanted), kLastTextEnd);

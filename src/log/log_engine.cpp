@@ -136,28 +136,35 @@ void* LogEngine::WriteLogProc(void* engine) {
   return nullptr;
 }
 
-// Runs until told to quit and the queue is empty, so a waited-for stop writes every line.
+// The next batch of lines, or 0 after an idle wait, or -1 once told to quit with nothing
+// left, so a waited-for stop writes every line first.
+// REQUIRES: hold owns queue_mu_.
+int64_t LogEngine::NextBatch(std::unique_lock<std::mutex>& hold) {
+  const size_t count = queue_.Take(batch_, LogFileSink::kMaxBatch);
+  if (count > 0) return static_cast<int64_t>(count);
+  if (quit_) {
+    writer_done_ = true;
+    flushed_.notify_all();
+    return -1;
+  }
+  writer_idle_ = true;
+  wake_.wait_for(hold, kIdlePoll);
+  writer_idle_ = false;
+  return 0;
+}
+
 void LogEngine::WriterLoop() {
   for (;;) {
-    size_t count = 0;
+    int64_t count = 0;
     {
       std::unique_lock<std::mutex> hold(queue_mu_);
-      count = queue_.Take(batch_, LogFileSink::kMaxBatch);
-      if (count == 0) {
-        if (quit_) {
-          writer_done_ = true;
-          flushed_.notify_all();
-          return;
-        }
-        writer_idle_ = true;
-        wake_.wait_for(hold, kIdlePoll);
-        writer_idle_ = false;
-        continue;
-      }
+      count = NextBatch(hold);
     }
-    Deliver(batch_, count);
+    if (count < 0) return;
+    if (count == 0) continue;
+    Deliver(batch_, static_cast<size_t>(count));
     std::lock_guard<std::mutex> hold(queue_mu_);
-    queue_.Release(count);
+    queue_.Release(static_cast<size_t>(count));
     if (flush_waiters_ > 0) flushed_.notify_all();
   }
 }

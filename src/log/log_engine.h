@@ -54,6 +54,7 @@ class LogEngine {
   void JoinWriterAndRelease();
   static void* WriteLogProc(void* engine);
   void WriterLoop();
+  int64_t NextBatch(std::unique_lock<std::mutex>& hold);
   // Sends a batch to every target that is on, each target in queue order.
   void Deliver(const LogLine* lines, size_t count);
 

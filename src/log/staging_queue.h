@@ -32,6 +32,7 @@ class StagingQueue {
   static constexpr uint32_t kShortestLine = 49;
 
   StagingQueue() = default;
+  ~StagingQueue() = default;
   StagingQueue(const StagingQueue&) = delete;
   StagingQueue& operator=(const StagingQueue&) = delete;
 

@@ -50,6 +50,7 @@ TEST(LogRotation, FilesRotateAtLineBoundariesUnderTheSizeLimit) {
   constexpr int64_t kLimit = 1000;
   ASSERT_EQ(0, EnableTarget(kFiles, "d", kLimit, 0));
   std::vector<std::string> texts;
+  texts.reserve(60);
   for (int i = 0; i < 60; ++i)
     texts.push_back(std::to_string(i) + std::string(static_cast<size_t>(i * 37 % 150), 'x'));
   texts[30] = std::string(1500, 'L');
@@ -133,9 +134,10 @@ TEST(LogRotation, EightWritersLoseNoLineAndTearNone) {
   WorkingDir work;
   constexpr int kWriters = 8;
   constexpr int kLines = 1500;
-  constexpr int64_t kLimit = 64 * 1024;
+  constexpr int64_t kLimit = int64_t{64} * 1024;
   ASSERT_EQ(0, EnableTarget(kFiles, "d", kLimit, 0));
   std::vector<std::thread> writers;
+  writers.reserve(kWriters);
   std::vector<int> failures(kWriters, 0);
   for (int w = 0; w < kWriters; ++w) {
     writers.emplace_back([w, &failures] {
@@ -187,7 +189,7 @@ TEST(LogRotation, StagingWrapNeverOverwritesQueuedOrInFlightLines) {
   ASSERT_EQ(0, pipe2(pipe_fds, O_CLOEXEC));
   fcntl(pipe_fds[1], F_SETPIPE_SZ, 4096);
   fflush(stderr);
-  const int saved_err = dup(2);
+  const int saved_err = fcntl(2, F_DUPFD_CLOEXEC, 0);
   dup2(pipe_fds[1], 2);
   close(pipe_fds[1]);
 

@@ -109,7 +109,7 @@ TEST(LogService, ConsoleAndDebugTargetsAndThreadLifetime) {
   const int out = mkstemp(path);
   ASSERT_GE(out, 0);
   unlink(path);
-  const int saved_out = dup(1);
+  const int saved_out = fcntl(1, F_DUPFD_CLOEXEC, 0);
   dup2(out, 1);
   std::string debug_text;
   {

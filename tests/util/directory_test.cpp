@@ -120,7 +120,9 @@ class OverlayDirectory {
   const std::string& path() const { return merged_; }
 
  private:
-  static std::string Failed(const char* step) { return std::string(step) + ": " + strerror(errno); }
+  static std::string Failed(const char* step) {
+    return std::string(step) + ": errno " + std::to_string(errno);
+  }
 
   // Empty when the overlay is mounted, else the step that failed and why.
   std::string Build(const std::string& lower, const std::string& upper) {
