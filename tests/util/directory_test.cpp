@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <sched.h>
-#include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
