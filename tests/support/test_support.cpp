@@ -7,6 +7,8 @@
 
 #include <thread>
 
+#include "oxa_addr.h"
+
 namespace oxa_test {
 namespace {
 
@@ -37,6 +39,10 @@ bool WaitForThreadCount(int threads) {
   }
   return true;
 }
+
+DefaultFamilyRestorer::DefaultFamilyRestorer() : saved_(g_Af) {}
+
+DefaultFamilyRestorer::~DefaultFamilyRestorer() { g_Af = saved_; }
 
 StderrCapture::StderrCapture() : saved_fd_(-1), file_fd_(-1) {
   fflush(stderr);

@@ -41,6 +41,19 @@ class StderrCapture {
   std::string text_;
 };
 
+// Puts the library-wide default address family back when a test that changes it ends, even
+// when the test fails half-way.
+class DefaultFamilyRestorer {
+ public:
+  DefaultFamilyRestorer();
+  ~DefaultFamilyRestorer();
+  DefaultFamilyRestorer(const DefaultFamilyRestorer&) = delete;
+  DefaultFamilyRestorer& operator=(const DefaultFamilyRestorer&) = delete;
+
+ private:
+  int saved_;
+};
+
 // Elapsed time of a steady clock since construction.
 class Stopwatch {
  public:
