@@ -79,11 +79,7 @@ bool TimedTake(sem_t* sem, unsigned int timeout_ms) {
 
 // A worker beyond the initial count found no work within the idle time-out and ends itself.
 // Nobody joins it, so it detaches.
-// REQUIRES: pool->mutex held on entry; released here.
-void Retire(WorkerSlot* slot) {
-  OXA_THREADPOOL_T* pool = slot->pool;  // the slot is cleared below
-  ReleaseSlot(pool, slot);
-  OXA_MutexUnlock(&pool->mutex);
+void Retire() {
   Trace().eraseTraceInfo();  // the context of the last item would otherwise outlive the thread
   pthread_detach(pthread_self());
 }
@@ -100,12 +96,12 @@ bool AwaitWake(WorkerSlot* slot) {
   if (TimedTake(&slot->wake, static_cast<unsigned int>(pool->idle_timeout_ms))) return true;
   // A hand-over may have raced with the time-out: the submitter picked this slot while it was
   // still idle. Under the mutex nobody can pick it any more, so one more try settles it.
-  OXA_MutexLock(&pool->mutex);
-  if (OXA_SemTimedWait(&slot->wake, 0) == 0) {
-    OXA_MutexUnlock(&pool->mutex);
-    return true;
+  {
+    PthreadLock hold(&pool->mutex);
+    if (OXA_SemTimedWait(&slot->wake, 0) == 0) return true;
+    ReleaseSlot(pool, slot);  // the slot is no longer this worker's
   }
-  Retire(slot);
+  Retire();
   return false;
 }
 

@@ -8,9 +8,9 @@
 
 #include "oxa_addr.h"
 
+#include "frame/socket_address.h"
 #include "net/addr_text.h"
 #include "net/descriptor.h"
-#include "net/socket_address.h"
 
 // The record is handed to the system as it is: it must be the system's socket addresses.
 static_assert(sizeof(OXA_ADDR_T) == sizeof(sockaddr_in6), "address record is as large as IPv6");
