@@ -49,6 +49,7 @@ void ResetPool(OXA_THREADPOOL_T* pool) {
   pool->idle_timeout_ms = 0;
   pool->mutex = pthread_mutex_t{};
   pool->waiting_submitters = 0;
+  pool->free_events.store(0, std::memory_order_relaxed);
   if (pool->workers == nullptr) return;
   for (unsigned int i = 0; i < kMaxWorkers; ++i)
     oxa::internal::FreeWorkerSlot(&pool->workers[i]);
@@ -144,22 +145,45 @@ int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* ar
   return 0;
 }
 
-// Places an item, sleeping until a worker is free when `wait` is set. Workers signal when they
-// become idle and destruction broadcasts, so a waiting submitter wakes as soon as it can go on.
+// Waits outside the lock, for a few rounds, until a worker becomes free; the pool's counter
+// of such events was `seen` when the caller last found none.
+void SpinForFreeWorker(const OXA_THREADPOOL_T* pool, uint32_t seen) {
+  for (int round = oxa::internal::SpinRounds(); round > 0; --round) {
+    if (pool->free_events.load(std::memory_order_acquire) != seen || IsStopping(pool)) return;
+    oxa::internal::SpinPause();
+  }
+}
+
+// One sleep until a worker is free or destruction begins.
+// REQUIRES: pool->mutex held exactly once (it is recursive), so the wait releases it.
+void SleepUntilWorkerFree(OXA_THREADPOOL_T* pool) {
+  ++pool->waiting_submitters;
+  pthread_cond_wait(&pool->worker_free, &pool->mutex);
+  --pool->waiting_submitters;
+  // Destruction waits for the last waiting submitter to leave before it drops the mutex.
+  if (IsStopping(pool) && pool->waiting_submitters == 0) {
+    pthread_cond_broadcast(&pool->worker_free);
+  }
+}
+
+// Places an item. With `wait`, a submitter that finds every worker busy first watches briefly
+// for one to become idle and then sleeps on the pool's condition, which workers signal when
+// they become idle and destruction broadcasts: it goes on as soon as it can, without polling.
 int Submit(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* arg, bool wait) {
-  PthreadLock hold(&pool->mutex);
-  for (;;) {
-    const int result = TryHandOver(pool, routine, arg);
-    if (result != 1) return result;
-    if (!wait) return OXA_ERROR;
-    // The pool mutex is recursive but held once here, so the wait releases it completely.
-    ++pool->waiting_submitters;
-    pthread_cond_wait(&pool->worker_free, &pool->mutex);
-    --pool->waiting_submitters;
-    // Destruction waits for the last waiting submitter to leave before it drops the mutex.
-    if (IsStopping(pool) && pool->waiting_submitters == 0) {
-      pthread_cond_broadcast(&pool->worker_free);
+  for (bool spun = false;; spun = true) {
+    uint32_t seen;
+    {
+      PthreadLock hold(&pool->mutex);
+      const int result = TryHandOver(pool, routine, arg);
+      if (result != 1) return result;
+      if (!wait) return OXA_ERROR;
+      if (spun) {
+        SleepUntilWorkerFree(pool);
+        continue;
+      }
+      seen = pool->free_events.load(std::memory_order_relaxed);
     }
+    SpinForFreeWorker(pool, seen);
   }
 }
 

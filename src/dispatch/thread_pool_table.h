@@ -64,13 +64,25 @@ struct OXA_THREADPOOL_T {
   // begins; waiting submitters sleep on it with the pool mutex. Created with the slots.
   pthread_cond_t worker_free;
   uint32_t waiting_submitters;  // submitters asleep on worker_free. Guarded by mutex.
+  // Bumped (under mutex) whenever worker_free would be signalled; a submitter that spins
+  // briefly before sleeping watches it without the lock.
+  std::atomic<uint32_t> free_events;
 };
 
 namespace oxa::internal {
 
-// Wakes one submitter waiting for a free worker, if there is one.
+// Tells submitters that a worker is idle or a slot is free: spinning ones see free_events
+// move, and one sleeping one is woken.
 // REQUIRES: pool->mutex held.
 void SignalWorkerFree(OXA_THREADPOOL_T* pool);
+
+// How many times a thread that expects its partner within microseconds looks again before it
+// blocks: a worker that has just finished an item, a submitter that found every worker busy.
+// Zero on a single processor, where spinning only delays the partner. See SpinWait.
+int SpinRounds();
+
+// One round of such a wait: a pause of the processor, without giving up the time slice.
+void SpinPause();
 
 // Clears a slot whole and marks it free.
 void FreeWorkerSlot(WorkerSlot* slot);

@@ -14,6 +14,7 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <time.h>
+#include <unistd.h>
 
 #include "oxa_frame.h"
 #include "oxa_sync.h"
@@ -21,6 +22,7 @@
 #include "oxa_trace.h"
 
 #include "dispatch/thread_pool_table.h"
+#include "frame/cpu_relax.h"
 #include "frame/errno_util.h"
 #include "frame/sanitizer_hooks.h"
 
@@ -88,6 +90,10 @@ void Retire() {
 // the worker's.
 bool AwaitWake(WorkerSlot* slot) {
   OXA_THREADPOOL_T* pool = slot->pool;
+  for (int round = SpinRounds(); round > 0; --round) {
+    if (sem_trywait(&slot->wake) == 0) return true;
+    SpinPause();
+  }
   if (pool->idle_timeout_ms == kNeverRetire || slot->index < pool->initial_count) {
     while (OXA_SemWait(&slot->wake) != 0) {
     }
@@ -142,8 +148,18 @@ void* WorkerMain(void* param) {
 }  // namespace
 
 void SignalWorkerFree(OXA_THREADPOOL_T* pool) {
+  pool->free_events.fetch_add(1, std::memory_order_release);  // pairs with SpinForFreeWorker
   if (pool->waiting_submitters != 0) pthread_cond_signal(&pool->worker_free);
 }
+
+int SpinRounds() {
+  // Items are often tiny: the partner's answer then comes within microseconds, far sooner than
+  // a sleep and a wake-up on both sides. The bound keeps an idle pool from burning the CPU.
+  static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 200 : 0;
+  return rounds;
+}
+
+void SpinPause() { CpuRelax(); }
 
 void FreeWorkerSlot(WorkerSlot* slot) {
   *slot = WorkerSlot{};
