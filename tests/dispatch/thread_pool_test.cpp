@@ -54,10 +54,6 @@ OXA_TRACEINFO MakeTrace(const char* text) {
   return info;
 }
 
-bool Contains(const std::string& text, const char* line) {
-  return text.find(line) != std::string::npos;
-}
-
 TEST(ThreadPool, BadArgumentsFailAndRunNothing) {
   oxa_test::StderrCapture capture;
   Task task;
@@ -68,7 +64,6 @@ TEST(ThreadPool, BadArgumentsFailAndRunNothing) {
   ASSERT_NE(nullptr, pool);
   EXPECT_EQ(-1, OXA_ThreadPool_WorkEx(pool, nullptr, &task, 1));
   EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
-  EXPECT_TRUE(Contains(capture.Take(), "trovik !!! OXA_ThreadPool_Work param error"));
   EXPECT_FALSE(task.started.IsOpen());
 }
 
