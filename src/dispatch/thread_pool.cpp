@@ -50,6 +50,7 @@ void ResetPool(OXA_THREADPOOL_T* pool) {
   pool->mutex = pthread_mutex_t{};
   pool->waiting_submitters = 0;
   pool->free_events.store(0, std::memory_order_relaxed);
+  pool->spinning_workers.store(0, std::memory_order_relaxed);
   if (pool->workers == nullptr) return;
   for (unsigned int i = 0; i < kMaxWorkers; ++i)
     oxa::internal::FreeWorkerSlot(&pool->workers[i]);

@@ -67,6 +67,9 @@ struct OXA_THREADPOOL_T {
   // Bumped (under mutex) whenever worker_free would be signalled; a submitter that spins
   // briefly before sleeping watches it without the lock.
   std::atomic<uint32_t> free_events;
+  // Workers now looking briefly for their next item before they block; at most one does, so
+  // that spinning workers never crowd out the submitter they are waiting for.
+  std::atomic<uint32_t> spinning_workers;
 };
 
 namespace oxa::internal {

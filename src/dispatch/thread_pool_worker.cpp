@@ -86,14 +86,28 @@ void Retire() {
   pthread_detach(pthread_self());
 }
 
+// A worker that has just finished often gets its next item within microseconds; it looks for
+// it a few times before it blocks. Only one worker of a pool does so at a time.
+bool LookBrieflyForItem(WorkerSlot* slot) {
+  std::atomic<uint32_t>& spinning = slot->pool->spinning_workers;
+  if (spinning.fetch_add(1, std::memory_order_relaxed) != 0) {
+    spinning.fetch_sub(1, std::memory_order_relaxed);
+    return false;
+  }
+  bool taken = false;
+  for (int round = SpinRounds(); round > 0 && !taken; --round) {
+    taken = sem_trywait(&slot->wake) == 0;
+    if (!taken) SpinPause();
+  }
+  spinning.fetch_sub(1, std::memory_order_relaxed);
+  return taken;
+}
+
 // Waits for the next post. False when the worker retired instead; the slot is then no longer
 // the worker's.
 bool AwaitWake(WorkerSlot* slot) {
   OXA_THREADPOOL_T* pool = slot->pool;
-  for (int round = SpinRounds(); round > 0; --round) {
-    if (sem_trywait(&slot->wake) == 0) return true;
-    SpinPause();
-  }
+  if (LookBrieflyForItem(slot)) return true;
   if (pool->idle_timeout_ms == kNeverRetire || slot->index < pool->initial_count) {
     while (OXA_SemWait(&slot->wake) != 0) {
     }
