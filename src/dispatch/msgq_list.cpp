@@ -38,8 +38,9 @@ bool MsgList::Insert(MsgNode* node) {
     return true;
   }
   try {
+    const auto at = it - buckets_.begin();
     if (buckets_.capacity() == 0) buckets_.reserve(kReservedPriorities);
-    it = buckets_.insert(it, Bucket{node->priority, node});
+    it = buckets_.insert(buckets_.begin() + at, Bucket{node->priority, node});
   } catch (const std::bad_alloc&) {
     return false;
   }
