@@ -9,7 +9,6 @@
 #include <new>
 
 #include "oxa_sysinfo.h"
-#include "oxa_thread.h"
 #include "oxa_threadpoolflex.h"
 #include "oxa_trace.h"
 
@@ -56,8 +55,7 @@ void Append(OXA_THREADPOOLFLEX_T* pool, FlexItem* item) {
 // REQUIRES: pool->mutex held, the new item queued.
 bool EnsureWorker(OXA_THREADPOOLFLEX_T* pool) {
   if (pool->idle.load() >= pool->queue.count || pool->alive >= pool->max_threads) return true;
-  if (OXA_ThreadDetached_Create(FlexWorker, pool, static_cast<unsigned int>(pool->stack_size)) ==
-      OXA_TRUE) {
+  if (FlexStartWorker(pool)) {
     ++pool->alive;
     return true;
   }

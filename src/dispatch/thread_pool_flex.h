@@ -37,9 +37,6 @@ struct FlexQueue {
 // Waits on sem at most timeout_ms on the monotonic clock, 0 testing once; true when taken.
 bool FlexWaitWork(sem_t* sem, uint32_t timeout_ms);
 
-// The worker thread's routine; its argument is the pool.
-void* FlexWorker(void* pool);
-
 }  // namespace oxa::internal
 
 struct OXA_THREADPOOLFLEX_T {
@@ -65,6 +62,8 @@ namespace oxa::internal {
 FlexItem* FlexTake(OXA_THREADPOOLFLEX_T* pool);
 // Keeps item for reuse or frees it. REQUIRES: pool->mutex held.
 void FlexRecycle(OXA_THREADPOOLFLEX_T* pool, FlexItem* item);
+// Starts one detached worker with the pool's stack size; false when the system refuses.
+bool FlexStartWorker(OXA_THREADPOOLFLEX_T* pool);
 
 }  // namespace oxa::internal
 

@@ -16,16 +16,19 @@ constexpr long kNsPerSecond = 1000000000L;
 constexpr long kNsPerMs = 1000000L;
 constexpr uint32_t kMsPerSecond = 1000;
 
+void* FlexWorker(void* arg);
+
 oxa_tlsTraceInfoOper& Trace() { return oxa_tlsTraceInfoOper::instance(); }
 
 // The worker leaves: the last one to go after shutdown tells the destroyer, which frees the
-// pool only after it has taken the mutex once more, that is after this unlock.
+// pool only after it has taken the mutex once more, that is after this unlock. Nothing of the
+// library is touched after it, so a process may exit as soon as the pool is destroyed.
 // REQUIRES: pool->mutex held; released here.
 void Leave(OXA_THREADPOOLFLEX_T* pool) {
+  Trace().eraseTraceInfo();
   --pool->alive;
   if (pool->alive == 0 && pool->state.load() == kExit) sem_post(&pool->all_ended);
   pthread_mutex_unlock(&pool->mutex);
-  Trace().eraseTraceInfo();
 }
 
 // Runs one item with its dispatcher's context; an item without one runs with none.
@@ -57,6 +60,22 @@ bool FlexWaitWork(sem_t* sem, uint32_t timeout_ms) {
   return RetryOnEintr([&] { return sem_clockwait(sem, CLOCK_MONOTONIC, &deadline); }) == 0;
 }
 
+bool FlexStartWorker(OXA_THREADPOOLFLEX_T* pool) {
+  // A plain detached thread: a thread started through the library's own thread functions
+  // would erase the creator's trace context after the worker returned, that is after the
+  // destroyer may already have gone on.
+  pthread_attr_t attr;
+  if (pthread_attr_init(&attr) != 0) return false;
+  pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+  pthread_attr_setstacksize(&attr, static_cast<size_t>(pool->stack_size));
+  pthread_t thread;
+  const bool started = pthread_create(&thread, &attr, FlexWorker, pool) == 0;
+  pthread_attr_destroy(&attr);
+  return started;
+}
+
+namespace {
+
 void* FlexWorker(void* arg) {
   auto* pool = static_cast<OXA_THREADPOOLFLEX_T*>(arg);
   bool has_context = false;
@@ -87,4 +106,5 @@ void* FlexWorker(void* arg) {
   return nullptr;
 }
 
+}  // namespace
 }  // namespace oxa::internal
