@@ -81,7 +81,7 @@ bool oxa_lockfreeQImpl::push_back(cobject* element) {
       break;
     }
   }
-  count_.fetch_add(1, kSwapOrder);
+  pushed_.fetch_add(1, kSwapOrder);
   return true;
 }
 
@@ -104,7 +104,7 @@ cobject* oxa_lockfreeQImpl::pop_front() {
     // may recycle it. A value read from a recycled node is discarded by the failing swap.
     cobject* element = second->element.load(std::memory_order_acquire);
     if (head_.compare_exchange_weak(head, Link::Next(head, second), kSwapOrder)) {
-      count_.fetch_sub(1, kSwapOrder);
+      popped_.fetch_add(1, kSwapOrder);
       internal::ScopedLock<OXA_Mutex> hand_over(pop_mutex_);
       Recycle(first);
       return element;
@@ -117,6 +117,11 @@ bool oxa_lockfreeQImpl::empty() const {
          Link::Pointer(tail_.load(std::memory_order_relaxed));
 }
 
-int oxa_lockfreeQImpl::size() const { return count_.load(kSwapOrder); }
+int oxa_lockfreeQImpl::size() const {
+  // A pop may count before the push it took from has: never report less than empty.
+  const int32_t popped = popped_.load(kSwapOrder);
+  const int32_t count = pushed_.load(kSwapOrder) - popped;
+  return count < 0 ? 0 : count;
+}
 
 }  // namespace oxa

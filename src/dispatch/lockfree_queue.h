@@ -56,11 +56,14 @@ class oxa_lockfreeQImpl {
   Node* NewNode();
   void Recycle(Node* node);
 
-  // Head and tail on their own cache lines: producers hammer one, consumers the other.
+  // Consumers work on the first cache line (head and their count), producers on the second
+  // (tail and their count): the count of elements is pushed_ - popped_, so that neither side
+  // writes to the other's line.
   alignas(64) std::atomic<uint64_t> head_;
+  std::atomic<int32_t> popped_{0};
   alignas(64) std::atomic<uint64_t> tail_;
-  alignas(64) std::atomic<int32_t> count_{0};
-  OXA_Mutex pop_mutex_;  // consumers' hand-over of the old dummy
+  std::atomic<int32_t> pushed_{0};
+  alignas(64) OXA_Mutex pop_mutex_;  // consumers' hand-over of the old dummy
   alignas(64) std::atomic<uint64_t> spare_{0};
   bool valid_ = false;
 };

@@ -3,29 +3,41 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <initializer_list>
 #include <new>
 
 namespace oxa::internal {
 namespace {
 
-// Spare nodes one queue keeps (about 8 KiB each): enough for bursts of a few dozen messages
-// in flight without holding much memory once the queue is quiet.
-constexpr uint32_t kMaxSpareNodes = 32;
+// Payload room of each node size (a small node is 128 bytes in all), and how many spare nodes
+// of each size a queue keeps: a few hundred kilobytes at most once the queue is quiet.
+constexpr int32_t kCapacity[MsgList::kSizeClasses] = {static_cast<int32_t>(128 - sizeof(MsgNode)),
+                                                      1024, OXA_MQ_MAX_MSG_LEN};
+constexpr uint32_t kMaxSpare[MsgList::kSizeClasses] = {1024, 64, 16};
 // Distinct priorities the index holds before it allocates; most queues use one or two.
 constexpr size_t kReservedPriorities = 8;
 
+uint32_t SizeClassOf(int32_t length) {
+  uint32_t size_class = 0;
+  while (kCapacity[size_class] < length)
+    ++size_class;
+  return size_class;
+}
+
 }  // namespace
 
-MsgNode* MsgList::NewNode() {
-  if (spare_ != nullptr) {
-    MsgNode* node = spare_;
-    spare_ = node->next;
-    --spare_count_;
+MsgNode* MsgList::NewNode(int32_t length) {
+  const uint32_t size_class = SizeClassOf(length);
+  MsgNode* node = spare_[size_class];
+  if (node != nullptr) {
+    spare_[size_class] = node->next;
+    --spare_count_[size_class];
     return node;
   }
   // Plain malloc: the payload need not be zeroed, only what the sender copies is read back.
-  return static_cast<MsgNode*>(malloc(sizeof(MsgNode)));
+  node =
+      static_cast<MsgNode*>(malloc(sizeof(MsgNode) + static_cast<size_t>(kCapacity[size_class])));
+  if (node != nullptr) node->size_class = size_class;
+  return node;
 }
 
 bool MsgList::Insert(MsgNode* node) {
@@ -65,25 +77,30 @@ MsgNode* MsgList::PopHead() {
 }
 
 void MsgList::Recycle(MsgNode* node) {
-  if (spare_count_ >= kMaxSpareNodes) {
+  const uint32_t size_class = node->size_class;
+  if (spare_count_[size_class] >= kMaxSpare[size_class]) {
     free(node);
     return;
   }
-  node->next = spare_;
-  spare_ = node;
-  ++spare_count_;
+  node->next = spare_[size_class];
+  spare_[size_class] = node;
+  ++spare_count_[size_class];
 }
 
 void MsgList::Clear() {
-  for (MsgNode** list : {&head_, &spare_}) {
+  auto free_all = [](MsgNode** list) {
     while (*list != nullptr) {
       MsgNode* next = (*list)->next;
       free(*list);
       *list = next;
     }
+  };
+  free_all(&head_);
+  for (int i = 0; i < kSizeClasses; ++i) {
+    free_all(&spare_[i]);
+    spare_count_[i] = 0;
   }
   buckets_.clear();
-  spare_count_ = 0;
 }
 
 }  // namespace oxa::internal

@@ -35,6 +35,11 @@ struct OXA_MQ_INTER {
   pthread_cond_t arrival;           // broadcast after every send; receivers wait on it
   oxa::internal::MsgList list;      // delivery order. Guarded by queue_lock.
 
+  // Threads in the wait step on each condition. Raised under queue_lock before the wait, so a
+  // send or receive that reads 0 under queue_lock knows that nobody needs its broadcast.
+  std::atomic<uint32_t> arrival_waiters{0};
+  std::atomic<uint32_t> space_waiters{0};
+
   std::atomic<uint32_t> generation{0};  // advanced by every destruction
   std::atomic<uint32_t> receivers{0};   // threads inside OXA_MsgQReceiveEx on this record
   bool locks_alive = false;             // the five objects above exist. Guarded by the table

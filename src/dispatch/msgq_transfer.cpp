@@ -26,10 +26,15 @@ class ReceiverGuard {
   OXA_MQ_INTER* const queue_;
 };
 
-void Broadcast(pthread_mutex_t* lock, pthread_cond_t* cond) {
+// Wakes every thread in the wait step on cond, if there is one. The broadcast comes after
+// both locks are released, so that the woken thread does not run into a held lock; no wake-up
+// is lost, as a waiter holds `lock` from before it let go of the queue's lock until it waits.
+void WakeWaiters(const std::atomic<uint32_t>& waiters, pthread_mutex_t* lock,
+                 pthread_cond_t* cond) {
+  if (waiters.load() == 0) return;
   OXA_MutexLock(lock);
-  OXA_CondBroadCast(cond);
   OXA_MutexUnlock(lock);
+  OXA_CondBroadCast(cond);
 }
 
 // Takes the head message into msg. A message longer than the caller's capacity is lost: it
@@ -47,16 +52,17 @@ int TakeHead(OXA_MQ_INTER* queue, OXA_MQ_MSG* msg) {
     return OXA_ERROR;
   }
   msg->length = node->length;
-  memcpy(msg->data, node->data, static_cast<size_t>(node->length));
+  memcpy(msg->data, node->data(), static_cast<size_t>(node->length));
   queue->list.Recycle(node);
-  Broadcast(&queue->space_lock, &queue->space);
+  const bool wake = queue->space_waiters.load() != 0;
   OXA_MutexUnlock(&queue->queue_lock);
+  if (wake) WakeWaiters(queue->space_waiters, &queue->space_lock, &queue->space);
   return 0;
 }
 
 // REQUIRES: queue_lock held; released here.
 int Append(OXA_MQ_INTER* queue, const OXA_MQ_MSG* msg) {
-  MsgNode* node = queue->list.NewNode();
+  MsgNode* node = queue->list.NewNode(msg->length);
   if (node == nullptr) {
     OXA_MutexUnlock(&queue->queue_lock);
     return OXA_ERROR;
@@ -64,15 +70,16 @@ int Append(OXA_MQ_INTER* queue, const OXA_MQ_MSG* msg) {
   node->type = msg->type;
   node->priority = msg->priority;
   node->length = msg->length;
-  memcpy(node->data, msg->data, static_cast<size_t>(msg->length));
+  memcpy(node->data(), msg->data, static_cast<size_t>(msg->length));
   if (!queue->list.Insert(node)) {
     queue->list.Recycle(node);
     OXA_MutexUnlock(&queue->queue_lock);
     return OXA_ERROR;
   }
   ++queue->count;
-  Broadcast(&queue->receive_lock, &queue->arrival);
+  const bool wake = queue->arrival_waiters.load() != 0;
   OXA_MutexUnlock(&queue->queue_lock);
+  if (wake) WakeWaiters(queue->arrival_waiters, &queue->receive_lock, &queue->arrival);
   return 0;
 }
 
@@ -106,22 +113,29 @@ int Receive(OXA_MQ_INTER* queue, OXA_MQ_MSG* msg, unsigned int timeout_ms, uint3
 }  // namespace
 }  // namespace oxa::internal
 
+using oxa::internal::kNoTimeLimit;
+
 OXA_API int OXA_MsgQWaitTimeOut_Inter(OXA_MQ_INTER* queue, unsigned int timeout_ms, int which) {
   if (queue == nullptr) return OXA_ERROR;
   pthread_mutex_t* lock = which != 0 ? &queue->receive_lock : &queue->space_lock;
   pthread_cond_t* cond = which != 0 ? &queue->arrival : &queue->space;
+  std::atomic<uint32_t>& waiters = which != 0 ? queue->arrival_waiters : queue->space_waiters;
   // Taking the chosen lock before letting go of the queue's means a send that follows cannot
   // broadcast before this wait has begun.
   if (OXA_MutexLock(lock) != 0) {
     OXA_MutexUnlock(&queue->queue_lock);
     return OXA_ERROR;
   }
+  waiters.fetch_add(1);
   OXA_MutexUnlock(&queue->queue_lock);
-  if (timeout_ms != 0) {
+  // 0 waits without limit, and so does the all-ones time-out (49.7 days, which no caller can
+  // tell from no limit): an untimed wait spares the system a timer for each wait.
+  if (timeout_ms != 0 && timeout_ms != kNoTimeLimit) {
     OXA_CondTimedWait(cond, lock, timeout_ms);
   } else {
     OXA_CondWait(cond, lock);
   }
+  waiters.fetch_sub(1);
   OXA_MutexUnlock(lock);
   return 0;
 }

@@ -189,6 +189,8 @@ OXA_API OXA_THREADPOOLFLEX thrmgr_new(int max_threads, int idle_timeout_ms,
 
 OXA_API int thrmgr_dispatch(OXA_THREADPOOLFLEX pool, void* data) {
   if (pool == nullptr) return 0;
+  OXA_TRACEINFO trace;  // read before the lock: it is the calling thread's own
+  const bool has_trace = oxa::oxa_tlsTraceInfoOper::instance().getTraceInfo(&trace) == 0;
   pthread_mutex_lock(&pool->mutex);
   FlexItem* item = nullptr;
   if (pool->state.load() == oxa::internal::kRunning &&
@@ -200,11 +202,15 @@ OXA_API int thrmgr_dispatch(OXA_THREADPOOLFLEX pool, void* data) {
     return 0;
   }
   item->data = data;
-  item->has_trace = oxa::oxa_tlsTraceInfoOper::instance().getTraceInfo(&item->trace) == 0;
+  item->has_trace = has_trace;
+  if (has_trace) item->trace = trace;
   oxa::internal::Append(pool, item);
-  sem_post(&pool->work);
   const bool ok = oxa::internal::EnsureWorker(pool);
   pthread_mutex_unlock(&pool->mutex);
+  // Posted after the unlock, so that the worker it wakes does not run into the held lock. The
+  // item may be taken meanwhile by a worker woken for an earlier post; a post then finds the
+  // queue empty, which a worker takes as a reason to wait again.
+  if (ok) sem_post(&pool->work);
   return ok ? 1 : 0;
 }
 

@@ -81,9 +81,12 @@ void* FlexWorker(void* arg) {
   bool has_context = false;
   for (;;) {
     if (pool->state.load() == kExit) break;
-    pool->idle.fetch_add(1);
-    const bool woken = FlexWaitWork(&pool->work, pool->idle_timeout_ms);
-    pool->idle.fetch_sub(1);
+    bool woken = sem_trywait(&pool->work) == 0;  // busy: work is waiting, not idle
+    if (!woken) {
+      pool->idle.fetch_add(1);
+      woken = FlexWaitWork(&pool->work, pool->idle_timeout_ms);
+      pool->idle.fetch_sub(1);
+    }
     if (pool->state.load() == kExit) break;
     pthread_mutex_lock(&pool->mutex);
     FlexItem* taken = FlexTake(pool);
