@@ -4,7 +4,8 @@
 //
 // Reclamation: a thread may still read a node (its next link, its element) after another
 // thread has unlinked it, so nodes are never returned to the system while the queue lives.
-// An unlinked node goes onto a stack of spare nodes that the next push reuses. Every link
+// An unlinked node goes onto a stack of spare nodes that a later push reuses (in batches, see
+// Recycle). Every link
 // that can be swapped (head, tail, each node's next, the spare stack's top) carries a
 // modification count (tagged_ptr.h), so a thread holding a stale view of a recycled node fails
 // its swap and retries. Every shared field of a node is atomic, so such a stale read is a
@@ -52,6 +53,7 @@ class oxa_lockfreeQImpl {
     std::atomic<Node*> spare_next{nullptr};  // successor on the spare stack
   };
   using Link = internal::Tagged<Node>;
+  static constexpr uint32_t kRecycleBatch = 32;
 
   Node* NewNode();
   void Recycle(Node* node);
@@ -64,6 +66,9 @@ class oxa_lockfreeQImpl {
   alignas(64) std::atomic<uint64_t> tail_;
   std::atomic<int32_t> pushed_{0};
   alignas(64) OXA_Mutex pop_mutex_;  // consumers' hand-over of the old dummy
+  Node* retired_ = nullptr;          // old dummies not yet on the spare stack, linked through
+  Node* retired_last_ = nullptr;     // spare_next. Guarded by pop_mutex_.
+  uint32_t retired_count_ = 0;
   alignas(64) std::atomic<uint64_t> spare_{0};
   bool valid_ = false;
 };

@@ -1,5 +1,6 @@
 // Sending to and receiving from the table's message queues, and the receive's wait step.
 #include <pthread.h>
+#include <stddef.h>
 #include <string.h>
 
 #include "oxa_msgq.h"
@@ -7,6 +8,10 @@
 #include "oxa_time.h"
 
 #include "dispatch/msgq_table.h"
+
+// The message record is part of the interface: three 32-bit words, then the payload.
+static_assert(offsetof(OXA_MQ_MSG, data) == 12 && sizeof(OXA_MQ_MSG) == 12 + OXA_MQ_MAX_MSG_LEN,
+              "message layout is ABI");
 
 namespace oxa::internal {
 namespace {
