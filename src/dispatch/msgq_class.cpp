@@ -2,6 +2,7 @@
 //
 // The semaphore counts posts, not pointers: reset() drops pointers without taking their
 // posts back, so getq() may be woken for a pointer that is gone and must wait again.
+#include <mutex>
 #include <new>
 
 #include "oxa_msgq.h"
@@ -10,17 +11,8 @@
 namespace oxa {
 namespace {
 
-// Holds an oxa:: lower-case mutex for a scope.
-class Hold {
- public:
-  explicit Hold(oxa_recursive_mutex& mutex) : mutex_(mutex) { mutex_.lock(); }
-  ~Hold() { mutex_.unlock(); }
-  Hold(const Hold&) = delete;
-  Hold& operator=(const Hold&) = delete;
-
- private:
-  oxa_recursive_mutex& mutex_;
-};
+// The mutex has lower-case lock() and unlock(), so the standard guard holds it.
+using Hold = std::lock_guard<oxa_recursive_mutex>;
 
 }  // namespace
 
