@@ -65,9 +65,9 @@ class oxa_lockfreeQImpl {
   std::atomic<int32_t> popped_{0};
   alignas(64) std::atomic<uint64_t> tail_;
   std::atomic<int32_t> pushed_{0};
-  alignas(64) OXA_Mutex pop_mutex_;  // consumers' hand-over of the old dummy
-  Node* retired_ = nullptr;          // old dummies not yet on the spare stack, linked through
-  Node* retired_last_ = nullptr;     // spare_next. Guarded by pop_mutex_.
+  alignas(64) OXA_Mutex pop_mutex_{0};  // plain; consumers' hand-over of the old dummy
+  Node* retired_ = nullptr;             // old dummies not yet on the spare stack, linked through
+  Node* retired_last_ = nullptr;        // spare_next. Guarded by pop_mutex_.
   uint32_t retired_count_ = 0;
   alignas(64) std::atomic<uint64_t> spare_{0};
   bool valid_ = false;
