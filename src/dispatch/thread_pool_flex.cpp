@@ -2,6 +2,7 @@
 // OXA_ThreadPoolFlex_* wrappers.
 #include "dispatch/thread_pool_flex.h"
 
+#include <errno.h>
 #include <stdlib.h>
 #include <time.h>
 
@@ -20,7 +21,7 @@ namespace {
 constexpr int32_t kMaxQueued = 65535;             // a dispatch fails while this many wait
 constexpr int32_t kDefaultStackBytes = 0x100000;  // for a stack size of 0
 constexpr int32_t kSmallestStackBytes = 0x40000;  // smaller sizes are raised to this
-constexpr uint32_t kSpareItems = 256;             // items kept for reuse
+constexpr uint32_t kSpareItems = 1024;            // items kept for reuse (about 230 KiB)
 constexpr unsigned int kAfterLastWorkerMs = 10;   // lets the last worker's thread finish
 constexpr int kWaitForever = -1;
 
@@ -67,18 +68,13 @@ bool EnsureWorker(OXA_THREADPOOLFLEX_T* pool) {
 // Waits until the queue is empty: without limit for kWaitForever, else at most wait_ms.
 // A worker that empties the queue of an exiting pool broadcasts `drained`.
 void AwaitDrained(OXA_THREADPOOLFLEX_T* pool, int wait_ms) {
-  struct timespec deadline;
-  clock_gettime(CLOCK_MONOTONIC, &deadline);
-  const long long end_ns = static_cast<long long>(deadline.tv_sec) * 1000000000LL +
-                           deadline.tv_nsec + static_cast<long long>(wait_ms) * 1000000LL;
-  deadline.tv_sec = static_cast<time_t>(end_ns / 1000000000LL);
-  deadline.tv_nsec = static_cast<long>(end_ns % 1000000000LL);
+  const struct timespec deadline = FlexDeadline(wait_ms);
   pthread_mutex_lock(&pool->mutex);
   while (pool->queue.count > 0) {
     if (wait_ms == kWaitForever) {
       pthread_cond_wait(&pool->drained, &pool->mutex);
-    } else if (pthread_cond_timedwait(&pool->drained, &pool->mutex, &deadline) != 0) {
-      break;  // ETIMEDOUT
+    } else if (pthread_cond_timedwait(&pool->drained, &pool->mutex, &deadline) == ETIMEDOUT) {
+      break;
     }
   }
   pthread_mutex_unlock(&pool->mutex);
@@ -89,8 +85,7 @@ void StopWorkers(OXA_THREADPOOLFLEX_T* pool) {
   pthread_mutex_lock(&pool->mutex);
   pool->state.store(kExit);
   const int32_t alive = pool->alive;
-  for (int32_t i = 0; i < alive; ++i)
-    sem_post(&pool->work);
+  pthread_cond_broadcast(&pool->work);
   pthread_mutex_unlock(&pool->mutex);
   if (alive == 0) return;
   RetryOnEintr([&] { return sem_wait(&pool->all_ended); });
@@ -110,32 +105,49 @@ void FreePool(OXA_THREADPOOLFLEX_T* pool) {
     }
   }
   sem_destroy(&pool->all_ended);
-  sem_destroy(&pool->work);
+  pthread_cond_destroy(&pool->work);
   pthread_cond_destroy(&pool->drained);
   pthread_mutex_destroy(&pool->mutex);
   delete pool;
 }
 
-// Builds the pool's synchronisation objects; false (errno set) when one cannot be made.
-bool InitSync(OXA_THREADPOOLFLEX_T* pool) {
+bool InitMonotonicCond(pthread_cond_t* cond) {
   pthread_condattr_t attr;
   if (pthread_condattr_init(&attr) != 0) return false;
   pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
-  const bool cond_ok = pthread_cond_init(&pool->drained, &attr) == 0;
+  const bool ok = pthread_cond_init(cond, &attr) == 0;
   pthread_condattr_destroy(&attr);
-  if (!cond_ok) return false;
-  if (pthread_mutex_init(&pool->mutex, nullptr) == 0) {
-    if (sem_init(&pool->work, 0, 0) == 0) {
+  return ok;
+}
+
+// Builds the pool's synchronisation objects; false when one cannot be made (nothing is left).
+bool InitSync(OXA_THREADPOOLFLEX_T* pool) {
+  if (!InitMonotonicCond(&pool->drained)) return false;
+  if (InitMonotonicCond(&pool->work)) {
+    if (pthread_mutex_init(&pool->mutex, nullptr) == 0) {
       if (sem_init(&pool->all_ended, 0, 0) == 0) return true;
-      sem_destroy(&pool->work);
+      pthread_mutex_destroy(&pool->mutex);
     }
-    pthread_mutex_destroy(&pool->mutex);
+    pthread_cond_destroy(&pool->work);
   }
   pthread_cond_destroy(&pool->drained);
   return false;
 }
 
 }  // namespace
+
+struct timespec FlexDeadline(long long ms) {
+  constexpr long long kNsPerSecond = 1000000000LL;
+  constexpr long long kNsPerMs = 1000000LL;
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const long long end_ns = static_cast<long long>(now.tv_sec) * kNsPerSecond + now.tv_nsec +
+                           (ms < 0 ? 0 : ms) * kNsPerMs;
+  struct timespec deadline;
+  deadline.tv_sec = static_cast<time_t>(end_ns / kNsPerSecond);
+  deadline.tv_nsec = static_cast<long>(end_ns % kNsPerSecond);
+  return deadline;
+}
 
 FlexItem* FlexTake(OXA_THREADPOOLFLEX_T* pool) {
   FlexItem* item = pool->queue.head;
@@ -206,11 +218,11 @@ OXA_API int thrmgr_dispatch(OXA_THREADPOOLFLEX pool, void* data) {
   if (has_trace) item->trace = trace;
   oxa::internal::Append(pool, item);
   const bool ok = oxa::internal::EnsureWorker(pool);
+  const bool wake = ok && pool->idle.load() > 0;
   pthread_mutex_unlock(&pool->mutex);
-  // Posted after the unlock, so that the worker it wakes does not run into the held lock. The
-  // item may be taken meanwhile by a worker woken for an earlier post; a post then finds the
-  // queue empty, which a worker takes as a reason to wait again.
-  if (ok) sem_post(&pool->work);
+  // Signalled after the unlock, so that the worker it wakes does not run into the held lock;
+  // a waiting worker registered itself under the lock, so it cannot miss this signal.
+  if (wake) pthread_cond_signal(&pool->work);
   return ok ? 1 : 0;
 }
 

@@ -2,15 +2,18 @@
 // files share.
 //
 // Locking: the pool mutex guards the queue, the spare items, the state changes and the
-// worker accounting; handlers always run without it. `idle` is changed without the mutex, so
-// that a worker marks itself idle around its wait without taking it; dispatch only reads it to
-// decide whether to start a worker.
+// worker accounting; handlers always run without it.
+//
+// Workers wait for items on a condition rather than on a semaphore with one post per item: a
+// dispatch wakes a worker only while one is asleep, and a signal that finds no sleeper costs
+// nothing, whereas every post to a semaphore that a sleeper has not yet left is a system call.
 #ifndef OXA_SRC_DISPATCH_THREAD_POOL_FLEX_H_
 #define OXA_SRC_DISPATCH_THREAD_POOL_FLEX_H_
 
 #include <pthread.h>
 #include <semaphore.h>
 #include <stdint.h>
+#include <time.h>
 
 #include <atomic>
 
@@ -34,8 +37,8 @@ struct FlexQueue {
   int32_t count = 0;
 };
 
-// Waits on sem at most timeout_ms on the monotonic clock, 0 testing once; true when taken.
-bool FlexWaitWork(sem_t* sem, uint32_t timeout_ms);
+// The monotonic-clock time ms milliseconds from now, for the pool's conditions.
+struct timespec FlexDeadline(long long ms);
 
 }  // namespace oxa::internal
 
@@ -44,11 +47,12 @@ struct OXA_THREADPOOLFLEX_T {
   std::atomic<int32_t> state;  // FlexState; written under mutex, read anywhere
   int32_t max_threads;
   int32_t alive;              // workers running. Guarded by mutex.
-  std::atomic<int32_t> idle;  // workers waiting for work
+  std::atomic<int32_t> idle;  // workers waiting for work. Changed under mutex.
   uint32_t idle_timeout_ms;
   OXA_THREADPOOLFLEX_HANDLER handler;
   sem_t all_ended;                 // posted by the last worker to end after state kExit
-  sem_t work;                      // one post per queued item, one per worker at shutdown
+  pthread_cond_t work;             // signalled for an item while a worker waits; broadcast at
+                                   // shutdown
   pthread_mutex_t mutex;           // plain
   pthread_cond_t drained;          // the queue became empty while the pool is exiting
   oxa::internal::FlexQueue queue;  // guarded by mutex

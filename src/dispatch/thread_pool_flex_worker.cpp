@@ -1,20 +1,15 @@
 // The life of one worker of a flexible pool: wait for work, run items, and end on shutdown or
 // after one idle time-out without work.
 #include <errno.h>
-#include <time.h>
+#include <pthread.h>
+#include <sched.h>
 
-#include "oxa_thread.h"
 #include "oxa_trace.h"
 
 #include "dispatch/thread_pool_flex.h"
-#include "frame/errno_util.h"
 
 namespace oxa::internal {
 namespace {
-
-constexpr long kNsPerSecond = 1000000000L;
-constexpr long kNsPerMs = 1000000L;
-constexpr uint32_t kMsPerSecond = 1000;
 
 void* FlexWorker(void* arg);
 
@@ -43,22 +38,29 @@ void Run(OXA_THREADPOOLFLEX_HANDLER handler, const FlexItem& item, bool* has_con
   handler(item.data);
 }
 
-}  // namespace
-
-// A blocking wait on the monotonic clock rather than a poll: a worker wakes the moment an item
-// is posted, and a change of the wall clock does not stretch its idle time-out.
-bool FlexWaitWork(sem_t* sem, uint32_t timeout_ms) {
-  if (timeout_ms == 0) return RetryOnEintr([&] { return sem_trywait(sem); }) == 0;
-  struct timespec deadline;
-  clock_gettime(CLOCK_MONOTONIC, &deadline);
-  deadline.tv_sec += static_cast<time_t>(timeout_ms / kMsPerSecond);
-  deadline.tv_nsec += static_cast<long>(timeout_ms % kMsPerSecond) * kNsPerMs;
-  if (deadline.tv_nsec >= kNsPerSecond) {
-    deadline.tv_sec += 1;
-    deadline.tv_nsec -= kNsPerSecond;
+// Waits until an item is queued or the pool ends; false when the idle time-out passed first (at
+// once for a time-out of 0). REQUIRES: pool->mutex held.
+bool AwaitItem(OXA_THREADPOOLFLEX_T* pool) {
+  if (pool->queue.head != nullptr || pool->state.load() == kExit) return true;
+  if (pool->idle_timeout_ms == 0) return false;
+  // Before sleeping, give the processor away once: a dispatcher that is about to queue the
+  // next item then does so without having to wake this worker, which spares a flood of items
+  // a sleep and a wake-up per item.
+  pthread_mutex_unlock(&pool->mutex);
+  sched_yield();
+  pthread_mutex_lock(&pool->mutex);
+  if (pool->queue.head != nullptr || pool->state.load() == kExit) return true;
+  const struct timespec deadline = FlexDeadline(pool->idle_timeout_ms);
+  pool->idle.fetch_add(1);
+  int rc = 0;
+  while (pool->queue.head == nullptr && pool->state.load() != kExit && rc != ETIMEDOUT) {
+    rc = pthread_cond_timedwait(&pool->work, &pool->mutex, &deadline);
   }
-  return RetryOnEintr([&] { return sem_clockwait(sem, CLOCK_MONOTONIC, &deadline); }) == 0;
+  pool->idle.fetch_sub(1);
+  return pool->queue.head != nullptr || pool->state.load() == kExit;
 }
+
+}  // namespace
 
 bool FlexStartWorker(OXA_THREADPOOLFLEX_T* pool) {
   // A plain detached thread: a thread started through the library's own thread functions
@@ -79,32 +81,15 @@ namespace {
 void* FlexWorker(void* arg) {
   auto* pool = static_cast<OXA_THREADPOOLFLEX_T*>(arg);
   bool has_context = false;
-  for (;;) {
-    if (pool->state.load() == kExit) break;
-    bool woken = sem_trywait(&pool->work) == 0;  // busy: work is waiting, not idle
-    if (!woken) {
-      pool->idle.fetch_add(1);
-      woken = FlexWaitWork(&pool->work, pool->idle_timeout_ms);
-      pool->idle.fetch_sub(1);
-    }
-    if (pool->state.load() == kExit) break;
-    pthread_mutex_lock(&pool->mutex);
-    FlexItem* taken = FlexTake(pool);
-    if (taken == nullptr && !woken) {
-      // Deciding to leave under the mutex keeps `alive` true for dispatch: an item queued
-      // before this point is taken above, one queued after it sees this worker gone.
-      Leave(pool);
-      return nullptr;
-    }
-    FlexItem item;
-    if (taken != nullptr) {
-      item = *taken;
-      FlexRecycle(pool, taken);
-    }
-    pthread_mutex_unlock(&pool->mutex);
-    if (taken != nullptr) Run(pool->handler, item, &has_context);
-  }
   pthread_mutex_lock(&pool->mutex);
+  while (AwaitItem(pool) && pool->state.load() != kExit) {
+    FlexItem* taken = FlexTake(pool);
+    const FlexItem item = *taken;
+    FlexRecycle(pool, taken);
+    pthread_mutex_unlock(&pool->mutex);
+    Run(pool->handler, item, &has_context);
+    pthread_mutex_lock(&pool->mutex);
+  }
   Leave(pool);
   return nullptr;
 }
