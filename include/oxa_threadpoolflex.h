@@ -31,8 +31,9 @@ typedef struct OXA_THREADPOOLFLEX_T* OXA_THREADPOOLFLEX;
 
 /**
  * Creates a pool of at most max_threads workers, each ending after idle_timeout_ms without
- * work (0: as soon as the queue is empty), each with a stack of stack_size bytes (0 means
- * 1 MiB; a smaller non-zero size is raised to 256 KiB). No worker starts yet.
+ * work (0: as soon as the queue is empty; the value is taken as unsigned, so a negative one
+ * means about 49.7 days), each with a stack of stack_size bytes (0 means 1 MiB; a smaller
+ * non-zero size is raised to 256 KiB). No worker starts yet.
  * Returns the pool, or null when handler is null, max_threads is 0 or negative, stack_size is
  * negative, or memory runs out.
  */
