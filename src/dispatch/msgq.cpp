@@ -54,11 +54,6 @@ void DestroyFirst(OXA_MQ_INTER* queue, int made) {
 
 constexpr int kRecordObjects = 5;
 
-// The queue's lock is held only for a copy and a few links, so a thread that finds it taken
-// spins briefly before it sleeps: a plain lock still, but without a sleep and a wake-up for
-// each collision of a sender with a receiver.
-constexpr unsigned int kQueueLockType = PTHREAD_MUTEX_ADAPTIVE_NP;
-
 void DestroyLocks(OXA_MQ_INTER* queue) {
   DestroyFirst(queue, kRecordObjects);
   queue->locks_alive = false;
@@ -68,7 +63,7 @@ void DestroyLocks(OXA_MQ_INTER* queue) {
 // undoes what this call made, keeping errno. REQUIRES: table lock held.
 bool CreateLocks(OXA_MQ_INTER* queue) {
   int made = 0;
-  const bool ok = OXA_MutexCreate(&queue->queue_lock, kQueueLockType) == 0 && ++made &&
+  const bool ok = OXA_MutexCreate(&queue->queue_lock, 0) == 0 && ++made &&
                   OXA_MutexCreate(&queue->receive_lock, 0) == 0 && ++made &&
                   OXA_MutexCreate(&queue->space_lock, 0) == 0 && ++made &&
                   OXA_CondCreate(&queue->arrival) == 0 && ++made &&
