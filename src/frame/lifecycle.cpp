@@ -7,6 +7,7 @@
 #include "oxa_addr.h"
 #include "oxa_frame.h"
 #include "oxa_log.h"
+#include "oxa_msgq.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
@@ -44,6 +45,7 @@ struct Module {
 Module g_modules[] = {
     {nullptr, OXA_FiniTimer_Inter, 0},
     {OXA_InitNetwork_Inter, OXA_FiniNetwork_Inter, 0},
+    {OXA_MsgQInitEx_Inter, OXA_MsgQFiniEx_Inter, 0},
     {OXA_InitThreadPool_Inter, OXA_FiniThreadPool_Inter, 0},
     {OXA_InitError_Inter, OXA_FiniError_Inter, 0},
 };
