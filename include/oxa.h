@@ -11,6 +11,7 @@
 #include "oxa_base.h"
 #include "oxa_event.h"
 #include "oxa_frame.h"
+#include "oxa_memory.h"
 #include "oxa_netflow.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"

@@ -6,6 +6,7 @@
 
 #include "oxa_addr.h"
 #include "oxa_frame.h"
+#include "oxa_memory.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
@@ -54,6 +55,8 @@ void TearDown() {
     module.stop();
     module.started = 0;
   }
+  // The application sets the global memory pool up itself; the frame only tears it down.
+  OXA_FiniMemoryPool_Inter();
 }
 
 // REQUIRES: g_init_lock held.
