@@ -147,7 +147,10 @@ class __attribute__((visibility("hidden"))) PointerMap {
 
   /** The value under key, or null. */
   void* Find(const void* key) const;
-  /** Makes room for `extra` more keys; false when memory runs out (nothing changed). */
+  /**
+   * Makes room for `extra` more keys; false when memory runs out (nothing changed). The table
+   * never shrinks before Clear: it stays as large as the most keys it has held.
+   */
   bool Reserve(size_t extra);
   /** Stores or overwrites key. REQUIRES: room reserved, key not null. */
   void Insert(const void* key, void* value);
@@ -309,6 +312,10 @@ class OXA_API CRealMemoryPoolEx {
   /** Frees every request and chunk. */
   void Cleanup();
 
+  // Library-internal: whether size <= IdleSize(), without the chunk pool's lock when the
+  // current chunk holds the request.
+  __attribute__((visibility("hidden"))) bool FitsIdle(unsigned int size) const;
+
  private:
   __attribute__((visibility("hidden"))) bool StartChunk();
   __attribute__((visibility("hidden"))) void Release(CUsedRecord* record);
@@ -372,6 +379,9 @@ class OXA_API OXA_MemoryPoolEx {
   void Free(void* request);
   unsigned int Size() const;
   unsigned int IdleSize() const;
+
+  // Library-internal: whether size <= IdleSize(), cheaply (see CRealMemoryPoolEx).
+  __attribute__((visibility("hidden"))) bool FitsIdle(unsigned int size) const;
 
  private:
   oxa::CRealMemoryPoolEx* pool_;

@@ -61,7 +61,7 @@ unsigned long long TotalBytes() {
 // holds it, otherwise only when one more chunk stays within the limit.
 // REQUIRES: g_global.lock held.
 bool WithinLimit(OXA_MemoryPoolEx* pool, unsigned int size, unsigned int chunk_size) {
-  if (size <= pool->IdleSize()) return true;
+  if (pool->FitsIdle(size)) return true;
   return TotalBytes() + chunk_size <= g_limit_bytes.load(std::memory_order_relaxed);
 }
 

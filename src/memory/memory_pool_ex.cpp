@@ -38,6 +38,10 @@ unsigned int OXA_MemoryPoolEx::Size() const { return pool_ != nullptr ? pool_->S
 
 unsigned int OXA_MemoryPoolEx::IdleSize() const { return pool_ != nullptr ? pool_->IdleSize() : 0; }
 
+bool OXA_MemoryPoolEx::FitsIdle(unsigned int size) const {
+  return pool_ != nullptr && pool_->FitsIdle(size);
+}
+
 // ---- C entry points ----------------------------------------------------------
 
 extern "C" {

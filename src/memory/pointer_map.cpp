@@ -71,9 +71,8 @@ void* PointerMap::Erase(const void* key) {
   }
   slots_[hole].key = nullptr;
   --count_;
-  // Give memory back after a peak; growing at 1/2 and shrinking at 1/8 keeps a pool that
-  // breathes around one size from rehashing back and forth. A failed shrink keeps the table.
-  if (capacity_ > kMinCapacity && count_ * 8 < capacity_) Rehash(capacity_ / 2);
+  // The table keeps its size, like the pools keep their memory: a working set that drains and
+  // fills again (the usual pattern) would otherwise rehash all the way down and up each time.
   return value;
 }
 

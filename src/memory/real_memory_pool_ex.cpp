@@ -103,6 +103,12 @@ unsigned int CRealMemoryPoolEx::IdleSize() const {
   return pool_.IdleSize() + (current_ != nullptr ? current_->RemainBytes : 0);
 }
 
+bool CRealMemoryPoolEx::FitsIdle(unsigned int size) const {
+  MaybeLock hold(lock_, no_lock_);
+  const unsigned int remain = current_ != nullptr ? current_->RemainBytes : 0;
+  return size <= remain || size <= pool_.IdleSize() + remain;
+}
+
 void CRealMemoryPoolEx::Stop() {
   {
     MaybeLock hold(lock_, no_lock_);

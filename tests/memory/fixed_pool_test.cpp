@@ -1,0 +1,226 @@
+#include <gtest/gtest.h>
+
+#include <stdint.h>
+#include <string.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "oxa_memory.h"
+
+#include "memory/memory_test_util.h"
+#include "support/test_support.h"
+
+namespace {
+
+using oxa_test::kHangGuardMs;
+using oxa_test::StdoutLinesOf;
+using oxa_test::Stopwatch;
+
+// Polls the pool's size until it is `bytes` or the hang guard passes; true when it got there.
+bool WaitForSize(OXA_MemoryPool* pool, unsigned int bytes) {
+  Stopwatch watch;
+  while (OXA_MemoryPool_Size(pool) != bytes) {
+    if (watch.Elapsed().count() > kHangGuardMs) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));  // polling interval, not a handshake
+  }
+  return true;
+}
+
+TEST(FixedPool, GrowsOneBlockPerAllocUpToTheMaximumThenGivesNull) {
+  OXA_MemoryPool* pool = OXA_MemoryPool_Create(100, 2, 4, 0, -1, 0);
+  ASSERT_NE(nullptr, pool);
+  EXPECT_EQ(200u, OXA_MemoryPool_Size(pool));
+  EXPECT_EQ(200u, OXA_MemoryPool_IdleSize(pool));
+  std::vector<void*> lent;
+  for (int i = 0; i < 4; ++i) {
+    lent.push_back(OXA_MemoryPool_Alloc(pool));
+    ASSERT_NE(nullptr, lent.back());
+    EXPECT_EQ(100u * std::max(2, i + 1), OXA_MemoryPool_Size(pool));
+  }
+  EXPECT_EQ(nullptr, OXA_MemoryPool_Alloc(pool));
+  EXPECT_EQ(4u, std::set<void*>(lent.begin(), lent.end()).size());
+  EXPECT_EQ(0u, OXA_MemoryPool_IdleSize(pool));
+  for (void* p : lent)
+    OXA_MemoryPool_Free(pool, p);
+  EXPECT_EQ(400u, OXA_MemoryPool_IdleSize(pool));  // no time-out: the pool stays grown
+  OXA_MemoryPool_Destroy(pool);
+}
+
+TEST(FixedPool, ReusesTheMostRecentlyReturnedBlockFirst) {
+  OXA_MemoryPool pool(32, 3, 3, 0, -1, 1);
+  void* a = pool.Alloc();
+  void* b = pool.Alloc();
+  void* c = pool.Alloc();
+  pool.Free(b);
+  pool.Free(a);
+  pool.Free(c);
+  EXPECT_EQ(c, pool.Alloc());
+  EXPECT_EQ(a, pool.Alloc());
+  EXPECT_EQ(b, pool.Alloc());
+}
+
+TEST(FixedPool, LimitsAndDegenerateSizes) {
+  OXA_MemoryPool empty(64, 0, 0, 0, -1, 0);
+  EXPECT_EQ(nullptr, empty.Alloc());
+  EXPECT_EQ(0u, empty.Size());
+  OXA_MemoryPool raised(64, 3, 1, 0, -1, 0);  // the maximum becomes the initial count
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NE(nullptr, raised.Alloc());
+  EXPECT_EQ(nullptr, raised.Alloc());
+  OXA_MemoryPool zero(0, 2, 4, 1, -1, 0);
+  EXPECT_EQ(nullptr, zero.Alloc());
+  EXPECT_EQ(0u, zero.Size());
+}
+
+TEST(FixedPool, IgnoresNullForeignInteriorAndRepeatedFrees) {
+  OXA_MemoryPool pool(64, 1, 2, 1, -1, 0);
+  char* p = static_cast<char*>(pool.Alloc());
+  ASSERT_NE(nullptr, p);
+  char foreign[64];
+  pool.Free(nullptr);
+  pool.Free(foreign);
+  pool.Free(p + 1);
+  pool.Free(p - 4);
+  EXPECT_EQ(0u, pool.IdleSize());  // still lent
+  pool.Free(p);
+  pool.Free(p);  // the second return finds an idle block and does nothing
+  EXPECT_EQ(64u, pool.IdleSize());
+  EXPECT_EQ(p, pool.Alloc());
+  EXPECT_EQ(nullptr, OXA_MemoryPool_Alloc(nullptr));
+  OXA_MemoryPool_Free(nullptr, p);
+  EXPECT_EQ(0u, OXA_MemoryPool_Size(nullptr));
+  EXPECT_EQ(0u, OXA_MemoryPool_IdleSize(nullptr));
+  OXA_MemoryPool_Destroy(nullptr);
+}
+
+TEST(FixedPool, IdleBlocksShrinkBackToTheInitialCountAfterTheTimeOut) {
+  constexpr long long kTimeoutMs = 60;
+  OXA_MemoryPool* pool = OXA_MemoryPool_Create(64, 2, 10, 0, kTimeoutMs, 0);
+  std::vector<void*> lent;
+  for (int i = 0; i < 6; ++i)
+    lent.push_back(OXA_MemoryPool_Alloc(pool));
+  ASSERT_EQ(6u * 64, OXA_MemoryPool_Size(pool));
+  Stopwatch since_first_return;
+  for (void* p : lent)
+    OXA_MemoryPool_Free(pool, p);
+  ASSERT_TRUE(WaitForSize(pool, 2 * 64));
+  EXPECT_GE(since_first_return.Elapsed().count(), kTimeoutMs - 1);  // ticks round to 1 ms
+  EXPECT_EQ(2u * 64, OXA_MemoryPool_IdleSize(pool));
+  // The survivors are the most recently returned blocks.
+  void* first = OXA_MemoryPool_Alloc(pool);
+  void* second = OXA_MemoryPool_Alloc(pool);
+  EXPECT_EQ(lent[5], first);
+  EXPECT_EQ(lent[4], second);
+  // Grown again and returned again: the pool shrinks a second time.
+  void* third = OXA_MemoryPool_Alloc(pool);
+  OXA_MemoryPool_Free(pool, third);
+  OXA_MemoryPool_Free(pool, first);
+  OXA_MemoryPool_Free(pool, second);
+  EXPECT_TRUE(WaitForSize(pool, 2 * 64));
+  OXA_MemoryPool_Destroy(pool);
+}
+
+TEST(FixedPool, LentBlocksAreNotShrunkAndZeroTimeOutShrinksAtOnce) {
+  OXA_MemoryPool* pool = OXA_MemoryPool_Create(64, 1, 10, 0, 0, 0);
+  void* kept[3];
+  for (void*& p : kept)
+    p = OXA_MemoryPool_Alloc(pool);
+  void* extra = OXA_MemoryPool_Alloc(pool);
+  OXA_MemoryPool_Free(pool, extra);
+  ASSERT_TRUE(WaitForSize(pool, 3 * 64));  // only the returned block goes
+  EXPECT_EQ(0u, OXA_MemoryPool_IdleSize(pool));
+  for (void* p : kept)
+    OXA_MemoryPool_Free(pool, p);
+  EXPECT_TRUE(WaitForSize(pool, 64));
+  OXA_MemoryPool_Destroy(pool);
+}
+
+TEST(FixedPool, DestroyReportsEachLentBlockInAddressOrder) {
+  OXA_MemoryPool* pool = OXA_MemoryPool_Create(48, 0, 8, 0, -1, 0);
+  std::vector<void*> lent;
+  for (int i = 0; i < 4; ++i)
+    lent.push_back(OXA_MemoryPool_Alloc(pool));
+  OXA_MemoryPool_Free(pool, lent[1]);
+  const std::vector<std::string> lines = StdoutLinesOf([&] { OXA_MemoryPool_Destroy(pool); });
+  ASSERT_EQ(3u, lines.size());
+  const std::regex line(
+      "memory_pool\\[0x[0-9a-f]+\\] check memory leaked, Block: \\{ \"BlockSize\": 48, "
+      "\"Alloc\": \"0x0x[0-9a-f]+\", \"User\": \"0x(0x[0-9a-f]+)\", \"Used\": true, .*\\}");
+  std::vector<uintptr_t> users;
+  for (const std::string& text : lines) {
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(text, match, line)) << text;
+    users.push_back(std::stoull(match[1], nullptr, 16));
+  }
+  EXPECT_TRUE(std::is_sorted(users.begin(), users.end()));
+  std::vector<uintptr_t> expected = {reinterpret_cast<uintptr_t>(lent[0]),
+                                     reinterpret_cast<uintptr_t>(lent[2]),
+                                     reinterpret_cast<uintptr_t>(lent[3])};
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(expected, users);
+}
+
+TEST(FixedPool, NoBlockIsEverLentTwiceAcrossThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 3000;
+  OXA_MemoryPool pool(64, 4, 12, 1, -1, 0);
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kRounds; ++i) {
+        auto* a = static_cast<unsigned char*>(pool.Alloc());
+        auto* b = static_cast<unsigned char*>(pool.Alloc());
+        if (a == nullptr || b == nullptr) {  // 12 blocks for 8 at most: never exhausted
+          failures.fetch_add(1);
+          continue;
+        }
+        memset(a, t, 64);
+        memset(b, t + 100, 64);
+        std::this_thread::yield();
+        for (int k = 0; k < 64; ++k) {
+          if (a[k] != t || b[k] != t + 100) failures.fetch_add(1);
+        }
+        pool.Free(a);
+        pool.Free(b);
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(0, failures.load());
+  EXPECT_EQ(pool.Size(), pool.IdleSize());
+}
+
+TEST(FixedPoolDeath, OverwrittenGuardAbortsOnReturnWhenChecked) {
+  OXA_MemoryPool checked(16, 1, 1, 1, -1, 0);
+  char* p = static_cast<char*>(checked.Alloc());
+  p[16] = 'x';
+  EXPECT_DEATH(checked.Free(p),
+               "\\.\\./real_memory_pool:146: void oxa::CRealMemoryPool::Free\\(void\\*\\): "
+               "Assertion `Check_boundary_overflow' failed");
+  OXA_MemoryPool unchecked(16, 1, 1, 0, -1, 0);
+  char* q = static_cast<char*>(unchecked.Alloc());
+  q[-1] = 'x';
+  unchecked.Free(q);  // no check asked for: taken back
+  EXPECT_EQ(16u, unchecked.IdleSize());
+  p[16] = 0x16;
+  checked.Free(p);
+}
+
+TEST(FixedPoolDeath, NegativeIdleCheckDelayAborts) {
+  oxa::CRealMemoryPool pool(16, 0, 1, false, -1, false);
+  EXPECT_DEATH(pool.CheckIdleTimeout(-1),
+               "\\.\\./real_memory_pool:167: void oxa::CRealMemoryPool::CheckIdleTimeout\\("
+               "oxa_int64\\): Assertion `delayedMillis >= 0' failed");
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "oxa_frame.h"
+#include "oxa_memory.h"
+
+#include "memory/memory_test_util.h"
+
+namespace {
+
+using oxa_test::StdoutLinesOf;
+
+constexpr unsigned int kFullLimit = 0x80000000u;
+// One initial chunk in each of the five classes.
+constexpr unsigned int kInitialBytes = 2048 + 20480 + 204800 + 2097152 + 10485760;
+
+// Sets the global pool up for one test and tears it down after, whatever the test did.
+class GlobalPool : public testing::Test {
+ protected:
+  void TearDown() override { OXA_FiniMemoryPool_Inter(); }
+};
+
+// Idle bytes of the class that takes `size`.
+unsigned int ClassIdle(unsigned int size) { return oxa::OXA_GetMemoryPoolEx(size)->IdleSize(); }
+
+TEST_F(GlobalPool, NothingIsLentBeforeSetUp) {
+  EXPECT_EQ(nullptr, OXA_MemoryPoolGlobal_Alloc(16));
+  EXPECT_EQ(0u, OXA_MemoryPoolGlobal_Size());
+  EXPECT_EQ(0u, OXA_MemoryPoolGlobal_IdleSize());
+  OXA_MemoryPoolGlobal_Free(nullptr);
+  int local = 0;
+  OXA_MemoryPoolGlobal_Free(&local);
+}
+
+TEST_F(GlobalPool, RequestsGoToTheSmallestClassThatTakesThem) {
+  ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(kFullLimit));
+  EXPECT_EQ(kInitialBytes, OXA_MemoryPoolGlobal_Size());
+  EXPECT_EQ(kInitialBytes, OXA_MemoryPoolGlobal_IdleSize());
+  const unsigned int bounds[][2] = {{0, 2048},           {500, 2048},       {501, 20480},
+                                    {5120, 20480},       {5121, 204800},    {51200, 204800},
+                                    {51201, 2097152},    {512000, 2097152}, {512001, 10485760},
+                                    {10485760, 10485760}};
+  for (const auto& bound : bounds) {
+    unsigned int size = bound[0];
+    EXPECT_NE(nullptr, oxa::OXA_GetMemoryPoolEx(size)) << bound[0];
+    EXPECT_EQ(bound[1], size) << bound[0];
+  }
+  unsigned int too_big = 10485761;
+  EXPECT_EQ(nullptr, oxa::OXA_GetMemoryPoolEx(too_big));
+  EXPECT_EQ(10485761u, too_big);
+  EXPECT_EQ(nullptr, OXA_MemoryPoolGlobal_Alloc(10485761));
+
+  const unsigned int before_small = ClassIdle(500);
+  const unsigned int before_large = ClassIdle(501);
+  void* small = OXA_MemoryPoolGlobal_Alloc(500);
+  void* large = OXA_MemoryPoolGlobal_Alloc(501);
+  ASSERT_NE(nullptr, small);
+  ASSERT_NE(nullptr, large);
+  EXPECT_EQ(before_small - 500, ClassIdle(500));
+  EXPECT_EQ(before_large - 501, ClassIdle(501));
+  OXA_MemoryPoolGlobal_Free(small);
+  OXA_MemoryPoolGlobal_Free(small);  // the second free finds nothing
+  OXA_MemoryPoolGlobal_Free(large);
+  EXPECT_EQ(kInitialBytes, OXA_MemoryPoolGlobal_IdleSize());
+}
+
+TEST_F(GlobalPool, ALimitBelowTheInitialChunksServesOnlyIdleMemory) {
+  ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(4096));
+  std::vector<void*> lent;
+  for (int i = 0; i < 4; ++i) {  // 4 x 500 bytes fit the class's first chunk of 2048
+    lent.push_back(OXA_MemoryPoolGlobal_Alloc(500));
+    ASSERT_NE(nullptr, lent.back());
+  }
+  EXPECT_EQ(nullptr, OXA_MemoryPoolGlobal_Alloc(100));  // would need a second chunk
+  EXPECT_NE(nullptr, OXA_MemoryPoolGlobal_Alloc(48));   // still fits
+  EXPECT_EQ(kInitialBytes, OXA_MemoryPoolGlobal_Size());
+  // Setting up again keeps the pools and only lifts the limit.
+  ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(kFullLimit));
+  EXPECT_NE(nullptr, OXA_MemoryPoolGlobal_Alloc(100));
+  EXPECT_EQ(kInitialBytes + 2048, OXA_MemoryPoolGlobal_Size());
+}
+
+TEST_F(GlobalPool, NoByteRangeIsEverLentTwiceAcrossThreads) {
+  ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(kFullLimit));
+  constexpr int kThreads = 4;
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      std::vector<unsigned char*> held;
+      for (int i = 0; i < 1500; ++i) {
+        const unsigned int size = 1 + static_cast<unsigned int>((i * 131 + t * 7) % 6000);
+        auto* p = static_cast<unsigned char*>(OXA_MemoryPoolGlobal_Alloc(size));
+        if (p == nullptr) {
+          failures.fetch_add(1);
+          continue;
+        }
+        memset(p, t, size);
+        std::this_thread::yield();
+        for (unsigned int k = 0; k < size; ++k) {
+          if (p[k] != t) failures.fetch_add(1);
+        }
+        OXA_MemoryPoolGlobal_Free(p);
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(0, failures.load());
+}
+
+TEST(GlobalPoolLifecycle, TheLastLibraryStopTearsThePoolDownWithItsLeakReport) {
+  ASSERT_EQ(0, OXA_Init());
+  ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(kFullLimit));
+  void* leaked = OXA_MemoryPoolGlobal_Alloc(64);
+  ASSERT_NE(nullptr, leaked);
+  const std::vector<std::string> lines = StdoutLinesOf([] { OXA_Fini(); });
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(0u, lines[0].find("memory_pool_ex[")) << lines[0];
+  EXPECT_EQ(0u, OXA_MemoryPoolGlobal_Size());
+  EXPECT_EQ(nullptr, OXA_MemoryPoolGlobal_Alloc(64));
+  OXA_MemoryPoolGlobal_Free(leaked);  // its pool is gone: nothing happens
+}
+
+}  // namespace
