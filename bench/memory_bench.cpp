@@ -2,8 +2,9 @@
 //
 // A round allocates a working set of blocks (touching each), then frees them all, either in
 // reverse order (LIFO) or in a fixed shuffled order (random); the rate is alloc+free pairs per
-// second. Each cell runs its contenders in alternating slices, so a change of the machine's
-// load meets them alike, and reports every rate and the ratios to the peers:
+// of the benchmark thread's CPU time, so that other processes on a shared machine do not count.
+// Each cell runs its contenders in alternating slices, so a change of the machine's load meets
+// them alike, and reports every rate and the ratios to the peers:
 //   - fixed-size pool, locked and no-lock, against malloc/free and boost::pool<>, for 64- and
 //     1,500-byte blocks;
 //   - variable-size pool and global pool against malloc/free, for sizes from 16 to 4096 bytes.
@@ -11,9 +12,9 @@
 #include <benchmark/benchmark.h>
 
 #include <stdlib.h>
+#include <time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <numeric>
 #include <random>
@@ -26,10 +27,15 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr int kSlices = 4;
+constexpr double kSliceSeconds = 0.1;
 
-constexpr int kSlices = 3;
-constexpr double kSliceSeconds = 0.15;
+// CPU seconds of the calling thread.
+double ThreadSeconds() {
+  struct timespec now;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
 
 struct Workload {
   std::vector<unsigned int> sizes;  // request size per slot
@@ -65,8 +71,8 @@ struct Rate {
 template <class Alloc, class Free>
 void RunSlice(const Workload& w, Alloc alloc, Free free_block, Rate* rate) {
   std::vector<void*> slots(w.sizes.size());
-  const Clock::time_point start = Clock::now();
-  std::chrono::duration<double> elapsed{};
+  const double start = ThreadSeconds();
+  double elapsed = 0;
   do {
     for (size_t i = 0; i < slots.size(); ++i) {
       void* p = alloc(w.sizes[i]);
@@ -82,9 +88,9 @@ void RunSlice(const Workload& w, Alloc alloc, Free free_block, Rate* rate) {
     for (size_t index : w.free_order)
       free_block(slots[index]);
     rate->pairs += static_cast<double>(slots.size());
-    elapsed = Clock::now() - start;
-  } while (elapsed.count() < kSliceSeconds);
-  rate->seconds += elapsed.count();
+    elapsed = ThreadSeconds() - start;
+  } while (elapsed < kSliceSeconds);
+  rate->seconds += elapsed;
 }
 
 // Geometric means of the ratios, filled in by the cells and printed by the last one.

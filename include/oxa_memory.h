@@ -262,7 +262,8 @@ class OXA_API CRealMemoryPool {
   __attribute__((visibility("hidden"))) Node* NewBlock();
   __attribute__((visibility("hidden"))) void DestroyBlock(Node* node);
   __attribute__((visibility("hidden"))) void PushIdleFront(Node* node);
-  __attribute__((visibility("hidden"))) void UnlinkIdle(Node* node);
+  __attribute__((visibility("hidden"))) Node* PopIdleFront();
+  __attribute__((visibility("hidden"))) void PopIdleBack();
   __attribute__((visibility("hidden"))) bool ShrinkOne(oxa_uint64 threshold_ms);
 
   unsigned int block_size_;

@@ -85,10 +85,8 @@ void CRealMemoryPool::Start() {
 
 void* CRealMemoryPool::Alloc() {
   MaybeLock hold(lock_, no_lock_);
-  Node* node = idle_front_;
-  if (node != nullptr) {
-    UnlinkIdle(node);
-  } else {
+  Node* node = PopIdleFront();
+  if (node == nullptr) {
     if (used_count_ >= max_count_) return nullptr;
     node = NewBlock();
     if (node == nullptr) return nullptr;
@@ -206,7 +204,7 @@ bool CRealMemoryPool::ShrinkOne(oxa_uint64 threshold_ms) {
     CheckIdleTimeout(offset_ms);
     return false;
   }
-  UnlinkIdle(node);
+  PopIdleBack();
   DestroyBlock(node);
   return true;
 }
@@ -230,9 +228,12 @@ void CRealMemoryPool::DestroyBlock(Node* node) {
   delete node;
 }
 
+// The idle list is doubly linked, but only its two ends are ever removed: lending pops the
+// front, shrinking pops the back. So the front's prev link is left stale instead of being
+// cleared on every lend, which would touch a second, likely cold, block; nothing reads it.
+
 // REQUIRES: lock_ held.
 void CRealMemoryPool::PushIdleFront(Node* node) {
-  node->prev = nullptr;
   node->next = idle_front_;
   if (idle_front_ != nullptr) {
     idle_front_->prev = node;
@@ -243,10 +244,25 @@ void CRealMemoryPool::PushIdleFront(Node* node) {
   ++idle_count_;
 }
 
-// REQUIRES: lock_ held, node in the idle list.
-void CRealMemoryPool::UnlinkIdle(Node* node) {
-  (node->prev != nullptr ? node->prev->next : idle_front_) = node->next;
-  (node->next != nullptr ? node->next->prev : idle_back_) = node->prev;
+// The most recently returned block, or null. REQUIRES: lock_ held.
+CRealMemoryPool::Node* CRealMemoryPool::PopIdleFront() {
+  Node* node = idle_front_;
+  if (node == nullptr) return nullptr;
+  idle_front_ = node->next;
+  if (idle_front_ == nullptr) idle_back_ = nullptr;
+  --idle_count_;
+  return node;
+}
+
+// Removes the block idle longest. REQUIRES: lock_ held, idle list not empty.
+void CRealMemoryPool::PopIdleBack() {
+  Node* node = idle_back_;
+  if (node == idle_front_) {  // the last one: its prev link may be stale
+    idle_front_ = idle_back_ = nullptr;
+  } else {
+    idle_back_ = node->prev;
+    idle_back_->next = nullptr;
+  }
   --idle_count_;
 }
 
