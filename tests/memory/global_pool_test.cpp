@@ -2,9 +2,7 @@
 
 #include <string.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "oxa_frame.h"
@@ -88,31 +86,9 @@ TEST_F(GlobalPool, ALimitBelowTheInitialChunksServesOnlyIdleMemory) {
 
 TEST_F(GlobalPool, NoByteRangeIsEverLentTwiceAcrossThreads) {
   ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(kFullLimit));
-  constexpr int kThreads = 4;
-  std::atomic<int> failures{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      std::vector<unsigned char*> held;
-      for (int i = 0; i < 1500; ++i) {
-        const unsigned int size = 1 + static_cast<unsigned int>((i * 131 + t * 7) % 6000);
-        auto* p = static_cast<unsigned char*>(OXA_MemoryPoolGlobal_Alloc(size));
-        if (p == nullptr) {
-          failures.fetch_add(1);
-          continue;
-        }
-        memset(p, t, size);
-        std::this_thread::yield();
-        for (unsigned int k = 0; k < size; ++k) {
-          if (p[k] != t) failures.fetch_add(1);
-        }
-        OXA_MemoryPoolGlobal_Free(p);
-      }
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(0, failures.load());
+  EXPECT_EQ(0, oxa_test::RacingFillFailures(4, 300, 6000, OXA_MemoryPoolGlobal_Alloc,
+                                            OXA_MemoryPoolGlobal_Free));
+  EXPECT_EQ(OXA_MemoryPoolGlobal_Size(), OXA_MemoryPoolGlobal_IdleSize());
 }
 
 TEST(GlobalPoolLifecycle, TheLastLibraryStopTearsThePoolDownWithItsLeakReport) {

@@ -4,8 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <string.h>
+
+#include <atomic>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace oxa_test {
@@ -20,6 +24,46 @@ std::vector<std::string> StdoutLinesOf(Action action) {
   for (std::string line; std::getline(text, line);)
     lines.push_back(line);
   return lines;
+}
+
+// Runs `threads` threads that each, `rounds` times, take two requests of varying sizes (1 to
+// max_size bytes) through alloc(size), fill them with bytes of their own, yield, check both are
+// intact and give them back through release(pointer). Returns the number of refused requests
+// and broken bytes: memory lent twice at once shows up as bytes another thread wrote.
+template <class Alloc, class Release>
+int RacingFillFailures(int threads, int rounds, unsigned int max_size, Alloc alloc,
+                       Release release) {
+  std::atomic<int> failures{0};
+  std::vector<std::thread> workers;
+  for (int t = 0; t < threads; ++t) {
+    workers.emplace_back([&, t] {
+      const unsigned char marks[2] = {static_cast<unsigned char>(t),
+                                      static_cast<unsigned char>(t + 100)};
+      for (int i = 0; i < rounds; ++i) {
+        unsigned int sizes[2];
+        unsigned char* held[2];
+        for (int k = 0; k < 2; ++k) {
+          sizes[k] = 1 + static_cast<unsigned int>((i * 131 + t * 7 + k * 53) % max_size);
+          held[k] = static_cast<unsigned char*>(alloc(sizes[k]));
+          if (held[k] != nullptr) memset(held[k], marks[k], sizes[k]);
+        }
+        std::this_thread::yield();
+        for (int k = 0; k < 2; ++k) {
+          if (held[k] == nullptr) {
+            failures.fetch_add(1);
+            continue;
+          }
+          for (unsigned int b = 0; b < sizes[k]; ++b) {
+            if (held[k][b] != marks[k]) failures.fetch_add(1);
+          }
+          release(held[k]);
+        }
+      }
+    });
+  }
+  for (std::thread& worker : workers)
+    worker.join();
+  return failures.load();
 }
 
 }  // namespace oxa_test

@@ -3,10 +3,8 @@
 #include <stdint.h>
 #include <string.h>
 
-#include <atomic>
 #include <regex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "oxa_memory.h"
@@ -128,32 +126,11 @@ TEST(VariablePool, DestroyReportsEveryLiveRequestThenTheChunks) {
 }
 
 TEST(VariablePool, NoByteRangeIsEverLentTwiceAcrossThreads) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 2000;
   OXA_MemoryPoolEx pool(1, 64, -1, 0, 4096);
-  std::atomic<int> failures{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kRounds; ++i) {
-        const unsigned int size = 1 + static_cast<unsigned int>((i * 37 + t * 11) % 700);
-        auto* p = static_cast<unsigned char*>(pool.Alloc(size));
-        if (p == nullptr) {
-          failures.fetch_add(1);
-          continue;
-        }
-        memset(p, t, size);
-        std::this_thread::yield();
-        for (unsigned int k = 0; k < size; ++k) {
-          if (p[k] != t) failures.fetch_add(1);
-        }
-        pool.Free(p);
-      }
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(0, failures.load());
+  EXPECT_EQ(0, oxa_test::RacingFillFailures(
+                   4, 500, 700, [&](unsigned int size) { return pool.Alloc(size); },
+                   [&](void* p) { pool.Free(p); }));
+  EXPECT_EQ(pool.Size(), pool.IdleSize());
 }
 
 TEST(VariablePoolDeath, AZeroByteRequestFollowedByAnotherAborts) {
