@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctype.h>
 #include <string.h>
 
 #include <atomic>
@@ -24,6 +25,33 @@ std::vector<std::string> StdoutLinesOf(Action action) {
   for (std::string line; std::getline(text, line);)
     lines.push_back(line);
   return lines;
+}
+
+// The text after "<name>[0x<hex digits>] " at the start of a leak report line; empty when the
+// line does not start so.
+inline std::string AfterPoolAddress(const std::string& line, const std::string& name) {
+  const std::string head = name + "[0x";
+  if (line.compare(0, head.size(), head) != 0) return "";
+  size_t end = head.size();
+  while (end < line.size() && isxdigit(static_cast<unsigned char>(line[end])))
+    ++end;
+  if (end == head.size() || line.compare(end, 2, "] ") != 0) return "";
+  return line.substr(end + 2);
+}
+
+// Whether `text` is a time in the 24-character form "Sun Jul 04 09:05:03 2021".
+inline bool IsCTimeText(const std::string& text) {
+  const std::string shape = "Aaa Aaa 99 99:99:99 9999";
+  if (text.size() != shape.size()) return false;
+  for (size_t i = 0; i < shape.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const bool fits = shape[i] == 'A'   ? isupper(c) != 0
+                      : shape[i] == 'a' ? islower(c) != 0
+                      : shape[i] == '9' ? isdigit(c) != 0
+                                        : c == static_cast<unsigned char>(shape[i]);
+    if (!fits) return false;
+  }
+  return true;
 }
 
 // Runs `threads` threads that each, `rounds` times, take two requests of varying sizes (1 to
