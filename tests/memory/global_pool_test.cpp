@@ -86,7 +86,7 @@ TEST_F(GlobalPool, ALimitBelowTheInitialChunksServesOnlyIdleMemory) {
 
 TEST_F(GlobalPool, NoByteRangeIsEverLentTwiceAcrossThreads) {
   ASSERT_EQ(1, OXA_MemoryPoolGlobal_Init(kFullLimit));
-  EXPECT_EQ(0, oxa_test::RacingFillFailures(4, 300, 6000, OXA_MemoryPoolGlobal_Alloc,
+  EXPECT_EQ(0, oxa_test::RacingFillFailures(4, 1000, 6000, OXA_MemoryPoolGlobal_Alloc,
                                             OXA_MemoryPoolGlobal_Free));
   EXPECT_EQ(OXA_MemoryPoolGlobal_Size(), OXA_MemoryPoolGlobal_IdleSize());
 }

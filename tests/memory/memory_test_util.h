@@ -62,9 +62,13 @@ template <class Alloc, class Release>
 int RacingFillFailures(int threads, int rounds, unsigned int max_size, Alloc alloc,
                        Release release) {
   std::atomic<int> failures{0};
+  std::atomic<int> waiting{threads};  // a start line, so that the threads really overlap
   std::vector<std::thread> workers;
   for (int t = 0; t < threads; ++t) {
     workers.emplace_back([&, t] {
+      waiting.fetch_sub(1);
+      while (waiting.load() > 0)
+        std::this_thread::yield();
       const unsigned char marks[2] = {static_cast<unsigned char>(t),
                                       static_cast<unsigned char>(t + 100)};
       for (int i = 0; i < rounds; ++i) {

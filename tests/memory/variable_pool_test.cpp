@@ -124,7 +124,7 @@ TEST(VariablePool, DestroyReportsEveryLiveRequestThenTheChunks) {
 TEST(VariablePool, NoByteRangeIsEverLentTwiceAcrossThreads) {
   OXA_MemoryPoolEx pool(1, 64, -1, 0, 4096);
   EXPECT_EQ(0, oxa_test::RacingFillFailures(
-                   4, 500, 700, [&](unsigned int size) { return pool.Alloc(size); },
+                   4, 3000, 700, [&](unsigned int size) { return pool.Alloc(size); },
                    [&](void* p) { pool.Free(p); }));
   EXPECT_EQ(pool.Size(), pool.IdleSize());
 }
