@@ -9,9 +9,7 @@
 #include "oxa_memory.h"
 
 #include "frame/load_order.h"
-#include "frame/scoped_lock.h"
-
-using oxa::internal::ScopedLock;
+#include "memory/maybe_lock.h"
 
 namespace {
 
@@ -39,6 +37,12 @@ struct GlobalPool {
   oxa::internal::PointerMap pointers;         // live pointer -> class pool. Guarded by lock.
 };
 GlobalPool g_global OXA_LOAD_AT(OXA_LOAD_GLOBAL_POOL);
+
+// The global lock, taken on the system mutex directly: every allocation and free takes it.
+class GlobalLock : public oxa::internal::MaybeLock {
+ public:
+  GlobalLock() : MaybeLock(g_global.lock, false) {}
+};
 
 // -1 when no class takes the request.
 int ClassOf(unsigned int size) {
@@ -72,7 +76,7 @@ namespace oxa {
 bool OXA_InitMemoryPool(unsigned int total_bytes) {
   const unsigned int limit = std::min(total_bytes, kMaxTotalBytes);
   g_limit_bytes.store(limit, std::memory_order_relaxed);
-  ScopedLock<OXA_Mutex> hold(g_global.lock);
+  GlobalLock hold;
   bool all = true;
   for (int i = 0; i < kClassCount; ++i) {
     OXA_MemoryPoolEx*& pool = g_global.pools[i];
@@ -87,7 +91,7 @@ bool OXA_InitMemoryPool(unsigned int total_bytes) {
 }
 
 void OXA_FiniMemoryPool() {
-  ScopedLock<OXA_Mutex> hold(g_global.lock);
+  GlobalLock hold;
   for (OXA_MemoryPoolEx*& pool : g_global.pools) {
     delete pool;  // prints the class's leak report
     pool = nullptr;
@@ -136,12 +140,12 @@ OXA_API int OXA_MemoryPoolGlobal_Init(unsigned int total_bytes) {
 }
 
 OXA_API void* OXA_MemoryPoolGlobal_Alloc(unsigned int size) {
-  unsigned int chunk_size = size;
-  if (ClassOf(size) < 0) return nullptr;
-  ScopedLock<OXA_Mutex> hold(g_global.lock);
-  // The class pool is looked up under the lock, so a concurrent teardown cannot pull it away.
-  OXA_MemoryPoolEx* pool = oxa::OXA_GetMemoryPoolEx(chunk_size);
-  if (pool == nullptr || !WithinLimit(pool, size, chunk_size)) return nullptr;
+  const int index = ClassOf(size);
+  if (index < 0) return nullptr;
+  GlobalLock hold;
+  // The class pool is read under the lock, so a concurrent teardown cannot pull it away.
+  OXA_MemoryPoolEx* pool = g_global.pools[index];
+  if (pool == nullptr || !WithinLimit(pool, size, kClasses[index].chunk_size)) return nullptr;
   if (!g_global.pointers.Reserve(1)) return nullptr;
   void* pointer = pool->Alloc(size);
   if (pointer != nullptr) g_global.pointers.Insert(pointer, pool);
@@ -150,18 +154,18 @@ OXA_API void* OXA_MemoryPoolGlobal_Alloc(unsigned int size) {
 
 OXA_API void OXA_MemoryPoolGlobal_Free(void* pointer) {
   if (pointer == nullptr) return;
-  ScopedLock<OXA_Mutex> hold(g_global.lock);
+  GlobalLock hold;
   auto* pool = static_cast<OXA_MemoryPoolEx*>(g_global.pointers.Erase(pointer));
   if (pool != nullptr) pool->Free(pointer);
 }
 
 OXA_API unsigned int OXA_MemoryPoolGlobal_Size(void) {
-  ScopedLock<OXA_Mutex> hold(g_global.lock);
+  GlobalLock hold;
   return oxa::OXA_GetMemoryPoolExTotalSize();
 }
 
 OXA_API unsigned int OXA_MemoryPoolGlobal_IdleSize(void) {
-  ScopedLock<OXA_Mutex> hold(g_global.lock);
+  GlobalLock hold;
   return oxa::OXA_GetMemoryPoolExTotalIdleSize();
 }
 
