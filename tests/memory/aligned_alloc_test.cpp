@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <signal.h>
 #include <stdint.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,15 +23,10 @@ TEST(AlignedMalloc, ReturnsZeroedMemoryAtTheFirstAlignedAddressAfterTheStartWord
   for (unsigned int alignment : {1u, 2u, 4u, 8u, 16u, 64u, 4096u}) {
     auto* p = static_cast<unsigned char*>(OXA_AlignedMalloc(100, alignment));
     ASSERT_NE(nullptr, p) << alignment;
-    EXPECT_EQ(0u, Address(p) % alignment);
-    const uintptr_t first = StartOf(p) + sizeof(uintptr_t);
-    EXPECT_GE(Address(p), first);
-    EXPECT_LT(Address(p) - first, alignment == 1 ? 1 : alignment);
-    if (first % alignment == 0) {
-      EXPECT_EQ(first, Address(p));
-    }
-    for (int i = 0; i < 100; ++i)
-      ASSERT_EQ(0, p[i]) << alignment;
+    const uintptr_t first = StartOf(p) + sizeof(uintptr_t);  // right after the start word
+    EXPECT_EQ((first + alignment - 1) / alignment * alignment, Address(p)) << alignment;
+    const unsigned char zeros[100] = {};
+    EXPECT_EQ(0, memcmp(zeros, p, sizeof zeros)) << alignment;
     OXA_AlignedFree(p);
   }
   void* empty = OXA_AlignedMalloc(0, 32);
@@ -44,13 +40,10 @@ TEST(AlignedMalloc, RejectsZeroAndNonPowersOfTwoWithEinval) {
     EXPECT_EQ(nullptr, OXA_AlignedMalloc(16, alignment)) << alignment;
     EXPECT_EQ(EINVAL, errno) << alignment;
   }
-}
-
-TEST(AlignedMalloc, ASizeThatCannotBeRepresentedGivesNull) {
-  if (sizeof(void*) != 4) GTEST_SKIP() << "only the 32-bit sum can wrap";
-  errno = 0;
-  EXPECT_EQ(nullptr, OXA_AlignedMalloc(0xFFFFFFF0u, 64));
-  EXPECT_EQ(ENOMEM, errno);
+  if (sizeof(void*) == 4) {  // only there can size + alignment + the start word wrap around
+    EXPECT_EQ(nullptr, OXA_AlignedMalloc(0xFFFFFFF0u, 64));
+    EXPECT_EQ(ENOMEM, errno);
+  }
 }
 
 // Documented contract: alignments from 2^31 up never return. Checked in a child process that

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <ctype.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <atomic>
@@ -27,31 +27,21 @@ std::vector<std::string> StdoutLinesOf(Action action) {
   return lines;
 }
 
-// The text after "<name>[0x<hex digits>] " at the start of a leak report line; empty when the
-// line does not start so.
+// The text after "<name>[0x...] " at the start of a leak report line; empty if it starts else.
 inline std::string AfterPoolAddress(const std::string& line, const std::string& name) {
-  const std::string head = name + "[0x";
-  if (line.compare(0, head.size(), head) != 0) return "";
-  size_t end = head.size();
-  while (end < line.size() && isxdigit(static_cast<unsigned char>(line[end])))
-    ++end;
-  if (end == head.size() || line.compare(end, 2, "] ") != 0) return "";
+  const size_t end = line.find("] ");
+  if (line.compare(0, name.size() + 3, name + "[0x") != 0 || end == std::string::npos) return "";
   return line.substr(end + 2);
 }
 
 // Whether `text` is a time in the 24-character form "Sun Jul 04 09:05:03 2021".
 inline bool IsCTimeText(const std::string& text) {
-  const std::string shape = "Aaa Aaa 99 99:99:99 9999";
-  if (text.size() != shape.size()) return false;
-  for (size_t i = 0; i < shape.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    const bool fits = shape[i] == 'A'   ? isupper(c) != 0
-                      : shape[i] == 'a' ? islower(c) != 0
-                      : shape[i] == '9' ? isdigit(c) != 0
-                                        : c == static_cast<unsigned char>(shape[i]);
-    if (!fits) return false;
-  }
-  return true;
+  char day[4], month[4];
+  int date, hours, minutes, seconds, year, end = 0;
+  return text.size() == 24 &&
+         sscanf(text.c_str(), "%3[A-Za-z] %3[A-Za-z] %2d %2d:%2d:%2d %4d%n", day, month, &date,
+                &hours, &minutes, &seconds, &year, &end) == 7 &&
+         end == 24;
 }
 
 // Runs `threads` threads that each, `rounds` times, take two requests of varying sizes (1 to
