@@ -15,6 +15,7 @@
 #include "oxa_log.h"
 #include "oxa_lockfree.h"
 #include "oxa_msgq.h"
+#include "oxa_memory.h"
 #include "oxa_netflow.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"

@@ -8,6 +8,7 @@
 #include "oxa_frame.h"
 #include "oxa_log.h"
 #include "oxa_msgq.h"
+#include "oxa_memory.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
@@ -57,6 +58,8 @@ void TearDown() {
     module.stop();
     module.started = 0;
   }
+  // The application sets the global memory pool up itself; the frame only tears it down.
+  OXA_FiniMemoryPool_Inter();
 }
 
 // REQUIRES: g_init_lock held.
