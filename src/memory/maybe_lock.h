@@ -7,7 +7,7 @@
 
 #include "oxa_sync.h"
 
-#include "sync/mutex_storage.h"
+#include "frame/mutex_storage.h"
 
 namespace oxa::internal {
 
