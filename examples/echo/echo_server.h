@@ -79,8 +79,8 @@ class EchoServer {
     return true;
   }
 
-  // Stops accepting, unbinds and closes every connection, destroys the queue (its workers
-  // notice within about 500 ms). Safe to call more than once.
+  // Stops accepting, unbinds and closes every connection, destroys the queue. Safe to call more
+  // than once.
   void Stop() {
     stopping_.store(true);
     if (acceptor_.joinable()) acceptor_.join();

@@ -55,6 +55,7 @@ constexpr int kChunkBytes = CDataMemoryPool::kLargestClass;
 constexpr size_t kMaxQueuedRequests = 3840;
 constexpr size_t kInitialQueueDepth = 64;
 constexpr unsigned int kAlwaysReported = EPOLLERR | EPOLLHUP;
+constexpr int kBadLength = -4;
 
 // A backlog of `backlog` queued sends arms a trim; once the queue has drained to `drained`,
 // the next send of the same kind gives the data pools' free blocks back.
@@ -232,7 +233,7 @@ void CSocketOperation::PopRecvRequest() {
 
 int CSocketOperation::PushSendRequest(OXA_IO_TYPE type, void* data, int len, void* context,
                                       OXA_ADDR_T* addr, OXA_AIO_CALLBACK cb) {
-  if (len < 1 || data == nullptr || (type == OXA_IO_CONNECT && addr == nullptr)) return -4;
+  if (len < 1 || data == nullptr || (type == OXA_IO_CONNECT && addr == nullptr)) return kBadLength;
   if (queues_ == nullptr) return -6;
   Hold hold(m_sendMutex[socket_fd_]);
   const int configured = __atomic_load_n(&g_max_socket_send_dataMemory, __ATOMIC_RELAXED);
@@ -320,6 +321,8 @@ int CSocketOperation::PushConnectRequest(void* context, OXA_ADDR_T* to, OXA_AIO_
 
 int CSocketOperation::PushRecvRequest(OXA_IO_TYPE type, void* buf, int len, void* context,
                                       OXA_ADDR_T* addr, OXA_AIO_CALLBACK cb) {
+  // A negative length would make the worker receive far past the caller's buffer.
+  if (len < 0) return kBadLength;
   if (queues_ == nullptr) return OXA_ERROR;
   Hold hold(m_recvMutex[socket_fd_]);
   if (queues_->recv_queue.size() >= kMaxQueuedRequests) return OXA_ERROR;

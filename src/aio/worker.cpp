@@ -1,8 +1,9 @@
 // The loop of a completion-queue worker.
 //
-// Each round waits up to 500 ms on the worker's epoll instance; that wait bounds how long a
-// stop request goes unnoticed. When something is ready the worker takes its slot lock,
-// fetches the ready events again without waiting (binding and unbinding may have changed
+// Each round waits on the worker's epoll instance without a time-out: the queue's wake-up
+// descriptor, written once when the queue is destroyed, ends an idle wait, so a stop order is
+// noticed at once and an idle worker costs nothing. When something is ready the worker takes its
+// slot lock, fetches the ready events again without waiting (binding and unbinding may have changed
 // the registrations meanwhile) and handles them in order. Registrations are level-triggered,
 // so at most one request per direction is performed per event and a socket with more
 // queued requests is reported again at the next wait.
@@ -25,8 +26,6 @@
 
 namespace oxa::internal {
 namespace {
-
-constexpr int kWaitMs = 500;
 
 struct Identity {
   unsigned int serial;
@@ -125,8 +124,10 @@ void* AioWorkerMain(void* arg) {
   sched_param param{};
   param.sched_priority = 1;
   pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
-  while (slot->stop.load(std::memory_order_acquire) == 0) {
-    const int ready = epoll_wait(slot->epoll_fd, slot->events, slot->event_capacity, kWaitMs);
+  for (;;) {
+    const int ready = epoll_wait(slot->epoll_fd, slot->events, slot->event_capacity, -1);
+    // Pairs with the release store in StopWorkers, made before the wake-up was written.
+    if (slot->stop.load(std::memory_order_acquire) != 0) break;
     if (ready > 0) HandleBatch(slot, ready);  // the events of this first wait are not used
   }
   return nullptr;
