@@ -84,6 +84,10 @@ bool Report(const oxa_echo::LoadResult& r) {
   if (r.round_trips > 0) {
     std::printf(", mean %.0f us each", r.seconds * 1e6 * r.clients / r.round_trips);
   }
+  if (r.round_trips > 0) {
+    std::printf("\n  latency       p50 %.0f us, p99 %.0f us", r.latency.Percentile(0.5),
+                r.latency.Percentile(0.99));
+  }
   std::printf("\n  payload       %.1f MB/s each way, %.1f MB compared byte by byte\n",
               r.MegabytesPerSecond(), r.verified_bytes / 1e6);
   if (r.ok) {
