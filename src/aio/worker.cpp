@@ -16,7 +16,9 @@
 // looks the socket up again and compares its identity before it touches the object.
 #include <pthread.h>
 #include <sched.h>
+#include <stdint.h>
 #include <sys/epoll.h>
+#include <time.h>
 
 #include "oxa_aio.h"
 
@@ -115,6 +117,32 @@ void HandleBatch(AioWorkerSlot* slot, int at_most) {
     HandleEvent(slot, slot->events[i]);
 }
 
+// Workers run at one real-time priority, which has no time slices: a worker that always finds
+// something ready would keep its CPU from the queue's other workers (and from application
+// threads at that priority), and their sockets would starve. A worker that has been busy for
+// a turn goes to the back of the line; a yield with nobody waiting returns at once, and one
+// per turn costs nothing measurable.
+class FairTurn {
+ public:
+  void Batch() {
+    const uint64_t now = NowNanos();
+    if (now - turn_start_ < kTurnNanos) return;
+    sched_yield();
+    turn_start_ = NowNanos();
+  }
+
+ private:
+  static constexpr uint64_t kTurnNanos = 1000000;  // a millisecond
+
+  static uint64_t NowNanos() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+  }
+
+  uint64_t turn_start_ = NowNanos();
+};
+
 }  // namespace
 
 void* AioWorkerMain(void* arg) {
@@ -124,11 +152,13 @@ void* AioWorkerMain(void* arg) {
   sched_param param{};
   param.sched_priority = 1;
   pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+  FairTurn turn;
   for (;;) {
     const int ready = epoll_wait(slot->epoll_fd, slot->events, slot->event_capacity, -1);
     // Pairs with the release store in StopWorkers, made before the wake-up was written.
     if (slot->stop.load(std::memory_order_acquire) != 0) break;
     if (ready > 0) HandleBatch(slot, ready);  // the events of this first wait are not used
+    turn.Batch();
   }
   return nullptr;
 }
