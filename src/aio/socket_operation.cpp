@@ -193,6 +193,8 @@ int CSocketOperation::ChangeSocketOpr(__SOCKET_OPR opr) {
   // Adding an interest registers the descriptor first if it is not registered yet.
   const bool adds = opr == SOCKET_OPR_ADD ||
                     (!registered && (opr == SOCKET_OPR_ADD_READ || opr == SOCKET_OPR_ADD_WRITE));
+  // Already so: the system call would change nothing. (Unregistered, it fails as it must.)
+  if (registered && !adds && wanted == events_) return 0;
   const int op = adds ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
   if (EpollControl(epoll_fd_, op, socket_fd_, wanted) != 0) return OXA_ERROR;
   events_ = wanted;

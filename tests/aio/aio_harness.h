@@ -21,6 +21,13 @@
 
 namespace oxa_test {
 
+// The process's thread count once a first thread has come and gone: ThreadSanitizer starts a
+// helper thread of its own at the first thread creation, which would count as a leak.
+inline int SettledThreadCount() {
+  std::thread([] {}).join();
+  return ThreadCount();
+}
+
 inline void* BadQueue() { return reinterpret_cast<void*>(static_cast<intptr_t>(-1)); }
 
 // A completion queue destroyed with its scope.

@@ -30,7 +30,7 @@ using oxa_test::StderrCapture;
 using oxa_test::UniqueFd;
 
 TEST(CompletionQueue, WorkersAndEpollInstancesGoWithTheQueue) {
-  const int threads = oxa_test::ThreadCount();
+  const int threads = oxa_test::SettledThreadCount();
   const int fds = oxa_test::OpenFdCount();
   struct Maker {
     void* (*create)();
@@ -59,7 +59,7 @@ TEST(CompletionQueue, WorkersAndEpollInstancesGoWithTheQueue) {
 }
 
 TEST(PostQueuedCompletion, CallbackRunsOnItsOwnThreadWhateverTheQueue) {
-  const int threads = oxa_test::ThreadCount();
+  const int threads = oxa_test::SettledThreadCount();
   Recorder rec;
   ASSERT_EQ(
       0, OXA_AsyncIO_PostQueuedCompleteStatusEx(BadQueue(), 7, 111, 222, &rec, Recorder::Callback));
