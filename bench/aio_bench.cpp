@@ -131,10 +131,13 @@ std::vector<ServerProcess*>& Servers() {
   return servers;
 }
 
+// Newest first: a child inherited the stop pipes of the servers started before it, and a
+// server sees the end of its pipe only once every copy of the write end is closed.
 void StopServers() {
-  for (ServerProcess* s : Servers())
-    delete s;
-  Servers().clear();
+  std::vector<ServerProcess*>& servers = Servers();
+  for (auto it = servers.rbegin(); it != servers.rend(); ++it)
+    delete *it;
+  servers.clear();
 }
 
 // Ratios to epoll of every configuration, for the summary.

@@ -17,8 +17,6 @@
 #define OXA_EXAMPLES_ECHO_ECHO_CLIENT_H_
 
 #include <errno.h>
-#include <pthread.h>
-#include <sched.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -40,6 +38,8 @@
 #include "oxa_frame.h"
 #include "oxa_socket.h"
 #include "oxa_time.h"
+
+#include "worker_priority.h"
 
 namespace oxa_echo {
 
@@ -192,32 +192,8 @@ class LoadRun {
   LoadRun(const LoadRun&) = delete;
   LoadRun& operator=(const LoadRun&) = delete;
 
-  // Runs the calling thread at the real-time priority that the queue's workers ask for, for a
-  // scope. Below it, busy workers would keep this thread from starting the rest of the
-  // connections for most of the run (a real-time thread leaves ordinary ones only what the
-  // kernel's throttle reserves); at it, the workers, which yield after every batch of events,
-  // take turns with it. Without the privilege nothing changes, for workers and this thread.
-  class WorkerPriority {
-   public:
-    WorkerPriority() : raised_(false) {
-      pthread_getschedparam(pthread_self(), &policy_, &param_);
-      sched_param fifo{};
-      fifo.sched_priority = 1;
-      raised_ = pthread_setschedparam(pthread_self(), SCHED_FIFO, &fifo) == 0;
-    }
-    ~WorkerPriority() {
-      if (raised_) pthread_setschedparam(pthread_self(), policy_, &param_);
-    }
-    WorkerPriority(const WorkerPriority&) = delete;
-    WorkerPriority& operator=(const WorkerPriority&) = delete;
-
-   private:
-    bool raised_;
-    int policy_ = SCHED_OTHER;
-    sched_param param_{};
-  };
-
   void Execute(LoadResult* result) {
+    // The thread that starts the connections must not wait behind busy workers.
     WorkerPriority priority;
     start_ms_ = OXA_GetTimeTick64();
     deadline_ms_.store(start_ms_ + duration_ms_);

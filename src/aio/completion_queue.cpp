@@ -100,13 +100,24 @@ int StartWorker(AioWorkerSlot* slot, int callback_mode, int workers, int wake_fd
     errno = saved;
     return OXA_ERROR;
   }
+  // The queue is handed out only once its workers run at their priority. A worker that had
+  // not run yet could otherwise stay behind busy real-time siblings at the ordinary priority
+  // and leave its sockets unserved for as long as the kernel's throttle lets them run alone
+  // (about a second).
+  sem_t started;
+  sem_init(&started, 0, 0);
+  slot->started = &started;
   slot->thread = OXA_Thread_Create(AioWorkerMain, slot, kWorkerStackBytes, 0, 0, SCHED_OTHER);
   if (slot->thread == OXA_INVALID_HANDLE) {
     const int saved = errno;
+    sem_destroy(&started);
     ReleaseWorker(slot);
     errno = saved;
     return OXA_ERROR;
   }
+  while (sem_wait(&started) != 0 && errno == EINTR) {
+  }
+  sem_destroy(&started);
   return 0;
 }
 

@@ -4,6 +4,7 @@
 #define OXA_SRC_AIO_COMPLETION_QUEUE_H_
 
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/epoll.h>
 
 #include <atomic>
@@ -24,6 +25,7 @@ struct AioWorkerSlot {
   epoll_event* events;
   pthread_mutex_t lock;  // recursive
   OXA_HANDLE thread;
+  sem_t* started;  // posted by the worker once it runs at its priority; only for the start
 };
 
 // The epoll tag of the wake-up descriptor: never a table index, so batches skip it.

@@ -16,9 +16,8 @@
 // looks the socket up again and compares its identity before it touches the object.
 #include <pthread.h>
 #include <sched.h>
-#include <stdint.h>
+#include <semaphore.h>
 #include <sys/epoll.h>
-#include <time.h>
 
 #include "oxa_aio.h"
 
@@ -119,28 +118,22 @@ void HandleBatch(AioWorkerSlot* slot, int at_most) {
 
 // Workers run at one real-time priority, which has no time slices: a worker that always finds
 // something ready would keep its CPU from the queue's other workers (and from application
-// threads at that priority), and their sockets would starve. A worker that has been busy for
-// a turn goes to the back of the line; a yield with nobody waiting returns at once, and one
-// per turn costs nothing measurable.
+// threads at that priority), and their sockets would starve. After a few batches a worker
+// goes to the back of the line, so busy workers take turns of equal length. A yield with
+// nobody waiting returns at once; one per few batches costs nothing measurable. Turns are
+// counted in batches, not in time: a worker that waited long for its turn would otherwise
+// find its time used up and give the CPU back after a single batch.
 class FairTurn {
  public:
   void Batch() {
-    const uint64_t now = NowNanos();
-    if (now - turn_start_ < kTurnNanos) return;
+    if (++batches_ < kBatchesPerTurn) return;
+    batches_ = 0;
     sched_yield();
-    turn_start_ = NowNanos();
   }
 
  private:
-  static constexpr uint64_t kTurnNanos = 1000000;  // a millisecond
-
-  static uint64_t NowNanos() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
-  }
-
-  uint64_t turn_start_ = NowNanos();
+  static constexpr int kBatchesPerTurn = 8;
+  int batches_ = 0;
 };
 
 }  // namespace
@@ -152,6 +145,7 @@ void* AioWorkerMain(void* arg) {
   sched_param param{};
   param.sched_priority = 1;
   pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+  sem_post(slot->started);  // the starter's semaphore, gone once it returns
   FairTurn turn;
   for (;;) {
     const int ready = epoll_wait(slot->epoll_fd, slot->events, slot->event_capacity, -1);

@@ -1,13 +1,18 @@
 // Queues, binding, and every refused argument.
 #include <gtest/gtest.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <pthread.h>
+#include <sched.h>
+#include <stdlib.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -56,6 +61,44 @@ TEST(CompletionQueue, WorkersAndEpollInstancesGoWithTheQueue) {
     EXPECT_TRUE(oxa_test::WaitForThreadCount(threads));
     EXPECT_EQ(fds, oxa_test::OpenFdCount());
   }
+}
+
+// The scheduling policy of each thread of the process, by thread id.
+std::map<int, int> ThreadPolicies() {
+  std::map<int, int> policies;
+  DIR* tasks = opendir("/proc/self/task");
+  if (tasks == nullptr) return policies;
+  while (dirent* entry = readdir(tasks)) {
+    if (entry->d_name[0] == '.') continue;
+    const int tid = atoi(entry->d_name);
+    policies[tid] = sched_getscheduler(tid);
+  }
+  closedir(tasks);
+  return policies;
+}
+
+// Workers ask for a real-time priority as they start. A queue handed out before they had
+// run could leave a worker at the ordinary priority behind busy siblings for about a second
+// (the kernel's real-time throttle), with its sockets unserved.
+TEST(CompletionQueue, WorkersRunAtTheirPriorityBeforeTheQueueIsReturned) {
+  bool granted = false;
+  std::thread probe([&granted] {
+    sched_param param{};
+    param.sched_priority = 1;
+    granted = pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) == 0;
+  });
+  probe.join();
+  if (!granted) GTEST_SKIP() << "real-time priorities are not granted here";
+  const std::map<int, int> before = ThreadPolicies();
+  Queue queue(4);
+  ASSERT_TRUE(queue.ok());
+  int workers = 0;
+  for (const auto& [tid, policy] : ThreadPolicies()) {
+    if (before.count(tid) != 0) continue;
+    ++workers;
+    EXPECT_EQ(SCHED_FIFO, policy) << "worker " << tid;
+  }
+  EXPECT_EQ(4, workers);
 }
 
 TEST(PostQueuedCompletion, CallbackRunsOnItsOwnThreadWhateverTheQueue) {
