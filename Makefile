@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS  ?= $(shell nproc)
 
-.PHONY: demo test bench host armhf asan format clean
+.PHONY: demo test bench host armhf asan tsan format clean
 
 demo:
 	scripts/deps.sh host
@@ -14,7 +14,7 @@ test:
 	scripts/deps.sh host armhf
 	scripts/test.sh all
 
-host armhf asan:
+host armhf asan tsan:
 	scripts/deps.sh host armhf
 	scripts/test.sh $@
 

@@ -1,7 +1,7 @@
 // Access to the system mutex inside the library's mutex classes, for the library's own
 // conditions that must wait with it.
-#ifndef OXA_SRC_SYNC_MUTEX_STORAGE_H_
-#define OXA_SRC_SYNC_MUTEX_STORAGE_H_
+#ifndef OXA_SRC_FRAME_MUTEX_STORAGE_H_
+#define OXA_SRC_FRAME_MUTEX_STORAGE_H_
 
 #include <pthread.h>
 
@@ -22,4 +22,4 @@ inline pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
 
 }  // namespace oxa::internal
 
-#endif  // OXA_SRC_SYNC_MUTEX_STORAGE_H_
+#endif  // OXA_SRC_FRAME_MUTEX_STORAGE_H_
