@@ -22,7 +22,7 @@
 #include "aio/socket_table.h"
 #include "frame/load_order.h"
 #include "frame/scoped_lock.h"
-#include "net/socket_address.h"
+#include "frame/socket_address.h"
 
 using oxa::internal::CDataMemoryPool;
 using oxa::internal::kMaxSockets;
