@@ -84,8 +84,8 @@ OXA_API bool operator!=(const oxa_net_addr& a, const oxa_net_addr& b);
 class OXA_API oxa_sock_utils {
  public:
   /** Readiness bits, also the mode of is_rdwr. */
-  static const int kReadable = 64;
-  static const int kWritable = 256;
+  static constexpr int kReadable = 64;
+  static constexpr int kWritable = 256;
 
   virtual ~oxa_sock_utils();
 
@@ -108,7 +108,8 @@ class OXA_API oxa_sock_utils {
   static int recv(int fd, char* buffer, int len, int ms, int flags = 0);
   /**
    * Sends until len bytes are out; the waits share one budget of ms. The bytes sent when the
-   * budget runs out (possibly 0); -1 on a failure. len 0 gives 0.
+   * budget runs out (possibly 0); -1 on a failure. len 0 gives 0. With a budget each send
+   * takes only what fits at once (MSG_DONTWAIT), so blocking sockets keep to it too.
    */
   static int sendn(int fd, const char* data, int len, int ms, int flags = 0);
   /** Receives until len bytes are in, as sendn; -1 when the peer closes first. */

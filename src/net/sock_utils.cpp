@@ -148,9 +148,14 @@ int oxa_sock_utils::recv(int fd, char* buffer, int len, int ms, int flags) {
 }
 
 int oxa_sock_utils::sendn(int fd, const char* data, int len, int ms, int flags) {
+  // With a budget each send takes only what fits at once, so a blocking socket cannot hold
+  // the call beyond the budget; writability was just reported, so some bytes always fit.
+  const int send_flags = ms == kNoLimit ? flags : flags | MSG_DONTWAIT;
   return TransferAll(
       len, ms, [fd](timeval* tv) { return is_wr(fd, tv); },
-      [&](int offset, int n) { return ::send(fd, data + offset, static_cast<size_t>(n), flags); });
+      [&](int offset, int n) {
+        return ::send(fd, data + offset, static_cast<size_t>(n), send_flags);
+      });
 }
 
 int oxa_sock_utils::recvn(int fd, char* buffer, int len, int ms, int flags) {
