@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the test suite: on the host, on armhf under qemu-arm, and on the host
-# under AddressSanitizer and UndefinedBehaviorSanitizer. Warnings are errors throughout.
-# Usage: scripts/test.sh all|host|armhf|asan
+# under AddressSanitizer and UndefinedBehaviorSanitizer, then every libFuzzer target briefly.
+# Warnings are errors throughout.
+# Usage: scripts/test.sh all|host|armhf|asan|fuzz
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD:-build}
@@ -31,4 +32,8 @@ if [[ $what == all || $what == asan ]]; then
   export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
   run_suite asan -DOXA_SANITIZE=ON -DOXA_BUILD_EXAMPLES=OFF
+fi
+if [[ $what == all || $what == fuzz ]]; then
+  # Each libFuzzer target for about ten seconds: a crash or a model mismatch fails the run.
+  scripts/fuzz.sh "${FUZZ_SECONDS:-10}"
 fi
