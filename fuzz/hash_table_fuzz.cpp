@@ -15,16 +15,8 @@
 
 namespace {
 
-struct StringSlot {
-  uint32_t used;
-  const char* key;
-  void* data;
-};
-struct IntSlot {
-  uint32_t marker;
-  uint32_t key;
-  void* data;
-};
+using StringSlot = OXA_SIMPLE_HASH_SLOT;
+using IntSlot = OXA_SIMPLE_INT_HASH_SLOT;
 
 // Keys live as long as the process: the table keeps pointers only.
 const std::vector<std::string>& StringKeys() {

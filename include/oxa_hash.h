@@ -17,13 +17,28 @@ extern "C" {
 
 /**
  * The header of a hash table; a table's handle is the address of its header. The slot array
- * has size + 1 slots (slot 0 is never used). Read size and filled freely; change nothing.
+ * has size + 1 slots (slot 0 is never used) of OXA_SIMPLE_HASH_SLOT or OXA_SIMPLE_INT_HASH_SLOT.
+ * Read them freely; change nothing.
  */
 typedef struct OXA_SIMPLE_HASH_HEADER {
   void* slots;         /**< the slot array */
   unsigned int size;   /**< usable slots, fixed at creation */
   unsigned int filled; /**< occupied slots */
 } OXA_SIMPLE_HASH_HEADER;
+
+/** A slot of a string-keyed table: used is the key's home index (1 to size), 0 while free. */
+typedef struct OXA_SIMPLE_HASH_SLOT {
+  unsigned int used;
+  const char* key;
+  void* data;
+} OXA_SIMPLE_HASH_SLOT;
+
+/** A slot of an integer-keyed table: occupied while marker is the complement of key. */
+typedef struct OXA_SIMPLE_INT_HASH_SLOT {
+  unsigned int marker;
+  unsigned int key;
+  void* data;
+} OXA_SIMPLE_INT_HASH_SLOT;
 
 /** A hash table handle: the address of its header. */
 typedef OXA_SIMPLE_HASH_HEADER* OXA_SIMPLE_HASH;

@@ -100,7 +100,10 @@ class OXA_API oxa_sock_utils {
    * time-out). The socket's blocking mode is not changed.
    */
   static int connect(int fd, const oxa_net_addr& addr, int ms);
-  /** Waits up to ms for a connection, accepts it and fills peer: the new descriptor or -1. */
+  /**
+   * Waits up to ms for a connection (errno ETIMEDOUT when none came), accepts it and fills
+   * peer: the new descriptor or -1.
+   */
   static int accept(int fd, oxa_net_addr& peer, int ms);
   /** One send after waiting up to ms: the count; 0 after a time-out; -1 on failure. */
   static int send(int fd, const char* data, int len, int ms, int flags = 0);

@@ -1,6 +1,7 @@
 // oxa::oxa_net_addr: an IPv4 socket address with host:port text.
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <sstream>
@@ -107,10 +108,11 @@ int oxa_net_addr::get_addr(in_addr& addr) const {
 
 char* oxa_net_addr::get_addr(char* buffer, int& length) const {
   if (buffer == nullptr || length == 0) return nullptr;
-  const std::string text = std::string(get_host()) + ":" + std::to_string(get_port());
-  if (length <= static_cast<int>(text.size())) return nullptr;
-  memcpy(buffer, text.c_str(), text.size() + 1);
-  length = static_cast<int>(text.size());
+  char text[32];  // "255.255.255.255:65535" at the most
+  const int text_length = snprintf(text, sizeof text, "%s:%d", get_host(), get_port());
+  if (length <= text_length) return nullptr;
+  memcpy(buffer, text, static_cast<size_t>(text_length) + 1);
+  length = text_length;
   return buffer;
 }
 

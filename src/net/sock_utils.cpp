@@ -123,7 +123,9 @@ int oxa_sock_utils::connect(int fd, const oxa_net_addr& addr, int ms) {
 
 int oxa_sock_utils::accept(int fd, oxa_net_addr& peer, int ms) {
   Budget budget(ms);
-  if (is_rd(fd, budget.get()) <= 0) return -1;
+  const int ready = is_rd(fd, budget.get());
+  if (ready == 0) errno = ETIMEDOUT;
+  if (ready <= 0) return -1;
   sockaddr_in raw{};
   socklen_t length = kIpv4Length;
   const int client = RetryOnEintr([&] { return ::accept(fd, AsSockaddr(&raw), &length); });

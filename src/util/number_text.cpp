@@ -72,6 +72,28 @@ void StoreEnd(char** end, const char* position) {
   if (end != nullptr) *end = const_cast<char*>(position);
 }
 
+// The steps both parsers share. Value is the result type; kLenient accepts a digit equal to
+// the base. Stores the end position and returns the value, or the overflow result given.
+template <typename Value, bool kLenient>
+Value Parse(const char* text, char** end, int base, Value positive_overflow,
+            Value negative_overflow) {
+  if (text == nullptr) {
+    StoreEnd(end, text);
+    return 0;
+  }
+  const Prefix prefix = ReadPrefix(text, base);
+  if (prefix.base < 2 || prefix.base > 16) {
+    StoreEnd(end, text);
+    return 0;
+  }
+  Value value = 0;
+  const char* stop = nullptr;
+  const bool in_range = ReadDigits<Value, kLenient>(prefix, &value, &stop);
+  StoreEnd(end, stop == nullptr ? text : stop);
+  if (in_range) return value;
+  return prefix.negative ? negative_overflow : positive_overflow;
+}
+
 }  // namespace
 
 namespace oxa::internal {
@@ -119,40 +141,13 @@ extern "C" char* OXA_Ltoa(char* buffer, long value, unsigned int base) {
 }
 
 extern "C" int OXA_StrToi32(const char* text, char** end, int base) {
-  if (text == nullptr) {
-    StoreEnd(end, text);
-    return 0;
-  }
-  const Prefix prefix = ReadPrefix(text, base);
-  if (prefix.base < 2 || prefix.base > 16) {
-    StoreEnd(end, text);
-    return 0;
-  }
-  int32_t value = 0;
-  const char* stop = nullptr;
-  const bool in_range = ReadDigits<int32_t, false>(prefix, &value, &stop);
-  StoreEnd(end, stop == nullptr ? text : stop);
-  if (in_range) return value;
-  return prefix.negative ? INT32_MIN : INT32_MAX;
+  return Parse<int32_t, false>(text, end, base, INT32_MAX, INT32_MIN);
 }
 
 extern "C" int OXA_Atoi32(const char* text) { return OXA_StrToi32(text, nullptr, 10); }
 
 extern "C" oxa_int64 OXA_StrToi64(const char* text, char** end, int base) {
-  if (text == nullptr) {
-    StoreEnd(end, text);
-    return 0;
-  }
-  const Prefix prefix = ReadPrefix(text, base);
-  if (prefix.base < 2 || prefix.base > 16) {
-    StoreEnd(end, text);
-    return 0;
-  }
-  int64_t value = 0;
-  const char* stop = nullptr;
-  const bool in_range = ReadDigits<int64_t, true>(prefix, &value, &stop);
-  StoreEnd(end, stop == nullptr ? text : stop);
-  return in_range ? value : -1;
+  return Parse<int64_t, true>(text, end, base, -1, -1);  // -1 either way, for compatibility
 }
 
 extern "C" oxa_int64 OXA_Atoi64(const char* text) { return OXA_StrToi64(text, nullptr, 10); }

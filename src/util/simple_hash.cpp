@@ -11,19 +11,8 @@ OXA_SIMPLE_HASH_HEADER OXA_HSEARCH_INTDATA = {nullptr, 0, 0};
 
 namespace {
 
-// String slot: used is the key's home index (1..size), 0 while free.
-struct StringSlot {
-  uint32_t used;
-  const char* key;
-  void* data;
-};
-
-// Integer slot: occupied while marker is the complement of key, so a zeroed slot is free.
-struct IntSlot {
-  uint32_t marker;
-  uint32_t key;
-  void* data;
-};
+using StringSlot = OXA_SIMPLE_HASH_SLOT;
+using IntSlot = OXA_SIMPLE_INT_HASH_SLOT;
 
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(OXA_SIMPLE_HASH_HEADER) == 12, "hash table header is ABI");

@@ -9,17 +9,8 @@
 
 namespace {
 
-// The documented slot layouts, to check where entries land.
-struct StringSlot {
-  uint32_t used;
-  const char* key;
-  void* data;
-};
-struct IntSlot {
-  uint32_t marker;
-  uint32_t key;
-  void* data;
-};
+using StringSlot = OXA_SIMPLE_HASH_SLOT;
+using IntSlot = OXA_SIMPLE_INT_HASH_SLOT;
 
 void* Data(uintptr_t value) { return reinterpret_cast<void*>(value); }
 
