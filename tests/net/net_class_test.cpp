@@ -212,13 +212,6 @@ TEST(SockUtils, FailuresGiveMinusOneWithErrno) {
   char byte;
   EXPECT_EQ(-1, oxa_sock_utils::recv(1 << 20, &byte, 1, 10));
   EXPECT_EQ(-1, oxa_sock_utils::set_nonblock(-1, 1));
-  EXPECT_EQ(0, oxa_sock_utils::set_tcp_nodelay(client.get()));
-  EXPECT_EQ(0, oxa_sock_utils::set_tcp_dontlinger(client.get()));
-  EXPECT_EQ(0, oxa_sock_utils::set_ttl(client.get(), 9));
-  int ttl = 0;
-  socklen_t length = sizeof ttl;
-  EXPECT_EQ(0, oxa_sock_utils::get_sock_opt(client.get(), IPPROTO_IP, IP_TTL, &ttl, &length));
-  EXPECT_EQ(9, ttl);
   EXPECT_EQ(-1, oxa_sock_utils::set_buffsize(-1, 0, -1));
 }
 
@@ -239,10 +232,6 @@ TEST(SockUtils, DatagramsCarryTheSenderAddress) {
   EXPECT_STREQ("127.0.0.1", from.get_host());
   EXPECT_NE(0, from.get_port());
   EXPECT_EQ(0, oxa_sock_utils::recvfrom(receiver.get(), text, sizeof text, from, 20));
-  EXPECT_EQ(0x3412, oxa::oxa_net_utils::oxa_ntohs(oxa::oxa_net_utils::oxa_htons(0x3412)));
-  EXPECT_EQ(htonl(0x01020304u), oxa::oxa_net_utils::oxa_htonl(0x01020304u));
-  char host[256];
-  EXPECT_EQ(0, oxa::oxa_net_utils::get_host_name(host, sizeof host));
   EXPECT_EQ(-1, oxa::oxa_net_utils::get_host_name(nullptr, 10));
 }
 
