@@ -6,6 +6,7 @@
 
 #include "oxa_addr.h"
 #include "oxa_frame.h"
+#include "oxa_log.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
@@ -97,7 +98,10 @@ OXA_API int OXA_Init(void) { return OXA_InitEx(); }
 
 OXA_API int OXA_Fini(void) {
   g_init_lock.Lock();
-  if (--g_init_count == 0) TearDown();
+  if (--g_init_count == 0) {
+    OXA_Log(0, nullptr);  // the last stop also ends logging: standard output and files off
+    TearDown();
+  }
   return g_init_lock.Unlock();
 }
 
