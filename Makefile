@@ -4,7 +4,7 @@ BUILD ?= build
 JOBS  ?= $(shell nproc)
 FUZZ_SECONDS ?= 180
 
-.PHONY: demo test bench fuzz host armhf asan format clean
+.PHONY: demo test bench fuzz host armhf asan tsan format clean
 
 demo:
 	scripts/deps.sh host
@@ -16,7 +16,7 @@ test:
 	scripts/deps.sh host armhf fuzz
 	scripts/test.sh all
 
-host armhf asan:
+host armhf asan tsan:
 	scripts/deps.sh host armhf
 	scripts/test.sh $@
 

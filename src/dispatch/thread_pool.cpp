@@ -11,22 +11,23 @@
 
 #include "oxa_frame.h"
 #include "oxa_sync.h"
-#include "oxa_sysinfo.h"
 #include "oxa_threadpool.h"
 #include "oxa_trace.h"
 
 #include "dispatch/thread_pool_table.h"
+#include "frame/errno_util.h"
 
 using oxa::internal::kMaxPools;
 using oxa::internal::kMaxWorkers;
-using oxa::internal::PoolLock;
+using oxa::internal::PthreadLock;
 using oxa::internal::WorkerSlot;
 
 #if UINTPTR_MAX == 0xffffffffu
 static_assert(sizeof(WorkerSlot) == 244, "worker slot: 5 words, sem_t, 2 pointers, trace record");
 static_assert(offsetof(WorkerSlot, wake) == 20 && offsetof(WorkerSlot, trace) == 44,
               "worker slot fields in order, no gaps");
-static_assert(sizeof(OXA_THREADPOOL_T) == 56, "pool record: 7 words, mutex, slot pointer");
+static_assert(offsetof(OXA_THREADPOOL_T, workers) == 52,
+              "pool record: 7 words, mutex, slot pointer, then the submitters' wake-up");
 #endif
 
 namespace {
@@ -41,20 +42,15 @@ pthread_mutex_t g_table_lock = PTHREAD_MUTEX_INITIALIZER;
 // Zero-initialised statics: every entry free, no worker slots allocated yet.
 OXA_THREADPOOL_T g_pools[kMaxPools];
 
-class TableLock {
- public:
-  TableLock() { OXA_MutexLock(&g_table_lock); }
-  ~TableLock() { OXA_MutexUnlock(&g_table_lock); }
-  TableLock(const TableLock&) = delete;
-  TableLock& operator=(const TableLock&) = delete;
-};
-
 void ResetPool(OXA_THREADPOOL_T* pool) {
   pool->in_use = 0;
   pool->stopping.store(0, std::memory_order_relaxed);
   pool->max_count = pool->initial_count = pool->curr_count = pool->stack_size = 0;
   pool->idle_timeout_ms = 0;
   pool->mutex = pthread_mutex_t{};
+  pool->waiting_submitters = 0;
+  pool->free_events.store(0, std::memory_order_relaxed);
+  pool->spinning_workers.store(0, std::memory_order_relaxed);
   if (pool->workers == nullptr) return;
   for (unsigned int i = 0; i < kMaxWorkers; ++i)
     oxa::internal::FreeWorkerSlot(&pool->workers[i]);
@@ -62,7 +58,7 @@ void ResetPool(OXA_THREADPOOL_T* pool) {
 
 // Takes the lowest free table entry; null when all are in use.
 OXA_THREADPOOL_T* ReservePool() {
-  TableLock hold;
+  PthreadLock hold(&g_table_lock);
   for (OXA_THREADPOOL_T& pool : g_pools) {
     if (pool.in_use == 0) {
       pool.in_use = 1;
@@ -73,7 +69,7 @@ OXA_THREADPOOL_T* ReservePool() {
 }
 
 void ReleasePool(OXA_THREADPOOL_T* pool) {
-  TableLock hold;
+  PthreadLock hold(&g_table_lock);
   pool->in_use = 0;
 }
 
@@ -89,11 +85,12 @@ bool EnsureWorkerSlots(OXA_THREADPOOL_T* pool) {
   for (unsigned int i = 0; i < kMaxWorkers; ++i)
     oxa::internal::FreeWorkerSlot(&slots[i]);
   pool->workers = slots;
+  pthread_cond_init(&pool->worker_free, nullptr);  // kept with the slots, never destroyed
   return true;
 }
 
 int StartInitialWorkers(OXA_THREADPOOL_T* pool) {
-  PoolLock hold(pool);
+  PthreadLock hold(&pool->mutex);
   for (uint32_t i = 0; i < pool->initial_count; ++i) {
     if (oxa::internal::StartWorker(pool) != 0) {
       OXA_OutputDebug(
@@ -132,8 +129,8 @@ bool IsStopping(const OXA_THREADPOOL_T* pool) {
 
 // One attempt to place an item: 0 when a worker took it, 1 when every worker is busy and the
 // pool is full, -1 when a new worker could not be started.
+// REQUIRES: pool->mutex held.
 int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* arg) {
-  PoolLock hold(pool);
   // Checked again under the lock: a submitter that passed the unlocked check before
   // destruction began must not start a worker that destruction no longer counts.
   if (IsStopping(pool)) return OXA_ERROR;
@@ -147,6 +144,63 @@ int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* ar
   if (fresh == nullptr) return OXA_ERROR;                   // can mark a slot idle meanwhile
   HandOver(fresh, routine, arg, false);
   return 0;
+}
+
+// Waits outside the lock, for a few rounds, until a worker becomes free; the pool's counter
+// of such events was `seen` when the caller last found none.
+void SpinForFreeWorker(const OXA_THREADPOOL_T* pool, uint32_t seen) {
+  for (int round = oxa::internal::SpinRounds(); round > 0; --round) {
+    if (pool->free_events.load(std::memory_order_acquire) != seen || IsStopping(pool)) return;
+    oxa::internal::SpinPause();
+  }
+}
+
+// One sleep until a worker is free or destruction begins.
+// REQUIRES: pool->mutex held exactly once (it is recursive), so the wait releases it.
+void SleepUntilWorkerFree(OXA_THREADPOOL_T* pool) {
+  ++pool->waiting_submitters;
+  pthread_cond_wait(&pool->worker_free, &pool->mutex);
+  --pool->waiting_submitters;
+  // Destruction waits for the last waiting submitter to leave before it drops the mutex.
+  if (IsStopping(pool) && pool->waiting_submitters == 0) {
+    pthread_cond_broadcast(&pool->worker_free);
+  }
+}
+
+// Places an item. With `wait`, a submitter that finds every worker busy first watches briefly
+// for one to become idle and then sleeps on the pool's condition, which workers signal when
+// they become idle and destruction broadcasts: it goes on as soon as it can, without polling.
+int Submit(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* arg, bool wait) {
+  for (bool spun = false;; spun = true) {
+    uint32_t seen;
+    {
+      PthreadLock hold(&pool->mutex);
+      const int result = TryHandOver(pool, routine, arg);
+      if (result != 1) return result;
+      if (!wait) return OXA_ERROR;
+      if (spun) {
+        SleepUntilWorkerFree(pool);
+        continue;
+      }
+      seen = pool->free_events.load(std::memory_order_relaxed);
+    }
+    SpinForFreeWorker(pool, seen);
+  }
+}
+
+// Turns new submissions away and wakes every waiting submitter, who then gives up.
+void BeginStopping(OXA_THREADPOOL_T* pool) {
+  // Under the pool lock, so that no hand-over in progress can start a worker after this.
+  PthreadLock hold(&pool->mutex);
+  pool->stopping.store(1, std::memory_order_relaxed);
+  pthread_cond_broadcast(&pool->worker_free);
+}
+
+// Returns once no submitter sleeps on the pool's condition any more.
+void AwaitWaitingSubmitters(OXA_THREADPOOL_T* pool) {
+  PthreadLock hold(&pool->mutex);
+  while (pool->waiting_submitters != 0)
+    pthread_cond_wait(&pool->worker_free, &pool->mutex);
 }
 
 }  // namespace
@@ -210,11 +264,10 @@ OXA_API OXA_THREADPOOL OXA_ThreadPool_CreateFlex(unsigned int initial_count, uns
   pool->curr_count = 0;
   OXA_MutexCreate(&pool->mutex, kRecursiveMutex);
   if (StartInitialWorkers(pool) != 0) {
-    const int saved_errno = errno;  // from the failed worker start
-    StopAllWorkers(pool);           // the pool mutex is left as it is, to be created anew
+    oxa::internal::ErrnoSaver keep;  // from the failed worker start
+    StopAllWorkers(pool);            // the pool mutex is left as it is, to be created anew
     OXA_OutputDebug("trovik !!! OXA_ThreadPool_Create OXA_InitThread_Local error, return -1 3\n");
     ReleasePool(pool);
-    errno = saved_errno;
     return nullptr;
   }
   pool->stopping.store(0, std::memory_order_relaxed);
@@ -238,13 +291,7 @@ OXA_API int OXA_ThreadPool_WorkEx(OXA_THREADPOOL pool, OXA_THREADPOOL_ROUTINE ro
     return OXA_ERROR;
   }
   if (IsStopping(pool)) return OXA_ERROR;
-  for (;;) {
-    const int result = TryHandOver(pool, routine, arg);
-    if (result != 1) return result;
-    if (wait == 0) return OXA_ERROR;
-    OXA_Sleep(oxa::internal::kSubmitPollMs);
-    if (IsStopping(pool)) return OXA_ERROR;
-  }
+  return Submit(pool, routine, arg, wait != 0);
 }
 
 OXA_API int OXA_ThreadPool_Work(OXA_THREADPOOL pool, OXA_THREADPOOL_ROUTINE routine, void* arg) {
@@ -256,12 +303,9 @@ OXA_API int OXA_ThreadPool_Destroy(OXA_THREADPOOL pool) {
     OXA_OutputDebug("trovik !!! OXA_ThreadPool_Destroy pThreadPool == NULL return\n");
     return OXA_ERROR;
   }
-  {
-    // Under the pool lock, so that no hand-over in progress can start a worker after this.
-    PoolLock hold(pool);
-    pool->stopping.store(1, std::memory_order_relaxed);
-  }
+  BeginStopping(pool);
   StopAllWorkers(pool);
+  AwaitWaitingSubmitters(pool);
   OXA_MutexDestroy(&pool->mutex);
   ReleasePool(pool);
   return 0;

@@ -18,12 +18,13 @@
 #include "oxa_threadpool.h"
 #include "oxa_trace.h"
 
+#include "frame/scoped_lock.h"
+
 namespace oxa::internal {
 
 constexpr unsigned int kMaxPools = 64;
 constexpr unsigned int kMaxWorkers = MAX_THREAD_PER_THREADPOOL;
 constexpr unsigned int kDefaultWorkerStackBytes = 0x100000;  // used when the pool says 0
-constexpr unsigned int kSubmitPollMs = 5;                    // between retries of a waiting submit
 constexpr int kNeverRetire = -1;                             // idle time-out of "never"
 
 // One worker of a pool. The slot is free exactly when `thread` is OXA_INVALID_HANDLE; every
@@ -32,8 +33,8 @@ struct WorkerSlot {
   uint32_t index;                  // own index in the pool, fixed while the slot is in use
   OXA_THREADPOOL_T* pool;          // back-pointer, fixed while the slot is in use
   uint32_t idle;                   // 1: waiting and may be picked. Guarded by the pool mutex.
-  uint32_t quit;                   // 1: exit on the next wake-up. Written under the pool mutex
-                                   // before the post that the worker waits for.
+  uint32_t quit;                   // 1: exit once the item in hand (if any) has run. Guarded by
+                                   // the pool mutex.
   OXA_HANDLE thread;               // the worker thread; OXA_INVALID_HANDLE marks a free slot.
                                    // Guarded by the pool mutex.
   sem_t wake;                      // one post hands over one work item or one quit order
@@ -59,21 +60,32 @@ struct OXA_THREADPOOL_T {
   // kMaxWorkers slots, allocated when the entry first holds a pool and kept for the life of
   // the process, so a handle (and a worker's back-pointer) never dangles.
   oxa::internal::WorkerSlot* workers;
+  // Signalled when a worker becomes idle or a slot frees, and broadcast when destruction
+  // begins; waiting submitters sleep on it with the pool mutex. Created with the slots.
+  pthread_cond_t worker_free;
+  uint32_t waiting_submitters;  // submitters asleep on worker_free. Guarded by mutex.
+  // Bumped (under mutex) whenever worker_free would be signalled; a submitter that spins
+  // briefly before sleeping watches it without the lock.
+  std::atomic<uint32_t> free_events;
+  // Workers now looking briefly for their next item before they block; at most one does, so
+  // that spinning workers never crowd out the submitter they are waiting for.
+  std::atomic<uint32_t> spinning_workers;
 };
 
 namespace oxa::internal {
 
-// Holds a pool's mutex for a scope.
-class PoolLock {
- public:
-  explicit PoolLock(OXA_THREADPOOL_T* pool) : mutex_(&pool->mutex) { OXA_MutexLock(mutex_); }
-  ~PoolLock() { OXA_MutexUnlock(mutex_); }
-  PoolLock(const PoolLock&) = delete;
-  PoolLock& operator=(const PoolLock&) = delete;
+// Tells submitters that a worker is idle or a slot is free: spinning ones see free_events
+// move, and one sleeping one is woken.
+// REQUIRES: pool->mutex held.
+void SignalWorkerFree(OXA_THREADPOOL_T* pool);
 
- private:
-  pthread_mutex_t* mutex_;
-};
+// How many times a thread that expects its partner within microseconds looks again before it
+// blocks: a worker that has just finished an item, a submitter that found every worker busy.
+// Zero on a single processor, where spinning only delays the partner. See SpinWait.
+int SpinRounds();
+
+// One round of such a wait: a pause of the processor, without giving up the time slice.
+void SpinPause();
 
 // Clears a slot whole and marks it free.
 void FreeWorkerSlot(WorkerSlot* slot);

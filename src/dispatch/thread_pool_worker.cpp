@@ -6,8 +6,15 @@
 // them after its wait (the post orders the writes before), runs the routine without any lock,
 // clears it, and only then marks itself idle under the mutex, so nobody writes the slot while
 // the worker reads it.
+//
+// A quit order may arrive while an item is in hand (a hand-over and destruction racing): the
+// worker runs the item first and reads the quit flag under the mutex afterwards, so an item
+// that a submission reported as accepted always runs.
 #include <errno.h>
 #include <pthread.h>
+#include <semaphore.h>
+#include <time.h>
+#include <unistd.h>
 
 #include "oxa_frame.h"
 #include "oxa_sync.h"
@@ -15,6 +22,9 @@
 #include "oxa_trace.h"
 
 #include "dispatch/thread_pool_table.h"
+#include "frame/cpu_relax.h"
+#include "frame/errno_util.h"
+#include "frame/sanitizer_hooks.h"
 
 namespace oxa::internal {
 namespace {
@@ -41,45 +51,77 @@ WorkerSlot* LowestLiveSlot(OXA_THREADPOOL_T* pool) {
   return nullptr;
 }
 
-// Gives the slot back after its thread has gone or never started.
+// Gives the slot back after its thread has gone or never started; a submitter waiting for
+// room may now start a worker in it.
 // REQUIRES: pool->mutex held.
 void ReleaseSlot(OXA_THREADPOOL_T* pool, WorkerSlot* slot) {
   OXA_SemDestroy(&slot->wake);
   FreeWorkerSlot(slot);
   --pool->curr_count;
+  SignalWorkerFree(pool);
+}
+
+// One blocking wait of at most timeout_ms on the monotonic clock; true when the semaphore was
+// taken. The hand-over latency of an extra worker is then the same as an initial one's.
+bool TimedTake(sem_t* sem, unsigned int timeout_ms) {
+  timespec deadline;
+  clock_gettime(CLOCK_MONOTONIC, &deadline);
+  deadline.tv_sec += static_cast<time_t>(timeout_ms / 1000);
+  deadline.tv_nsec += static_cast<long>(timeout_ms % 1000) * 1000000L;
+  if (deadline.tv_nsec >= 1000000000L) {
+    deadline.tv_nsec -= 1000000000L;
+    ++deadline.tv_sec;
+  }
+  if (RetryOnEintr([&] { return sem_clockwait(sem, CLOCK_MONOTONIC, &deadline); }) != 0) {
+    return false;
+  }
+  SemaphoreTaken(sem);
+  return true;
 }
 
 // A worker beyond the initial count found no work within the idle time-out and ends itself.
 // Nobody joins it, so it detaches.
-// REQUIRES: pool->mutex held on entry; released here.
-void Retire(WorkerSlot* slot) {
-  OXA_THREADPOOL_T* pool = slot->pool;  // the slot is cleared below
-  ReleaseSlot(pool, slot);
-  OXA_MutexUnlock(&pool->mutex);
+void Retire() {
   Trace().eraseTraceInfo();  // the context of the last item would otherwise outlive the thread
   pthread_detach(pthread_self());
+}
+
+// A worker that has just finished often gets its next item within microseconds; it looks for
+// it a few times before it blocks. Only one worker of a pool does so at a time.
+bool LookBrieflyForItem(WorkerSlot* slot) {
+  std::atomic<uint32_t>& spinning = slot->pool->spinning_workers;
+  if (spinning.fetch_add(1, std::memory_order_relaxed) != 0) {
+    spinning.fetch_sub(1, std::memory_order_relaxed);
+    return false;
+  }
+  bool taken = false;
+  for (int round = SpinRounds(); round > 0 && !taken; --round) {
+    taken = sem_trywait(&slot->wake) == 0;
+    if (!taken) SpinPause();
+  }
+  spinning.fetch_sub(1, std::memory_order_relaxed);
+  return taken;
 }
 
 // Waits for the next post. False when the worker retired instead; the slot is then no longer
 // the worker's.
 bool AwaitWake(WorkerSlot* slot) {
   OXA_THREADPOOL_T* pool = slot->pool;
+  if (LookBrieflyForItem(slot)) return true;
   if (pool->idle_timeout_ms == kNeverRetire || slot->index < pool->initial_count) {
     while (OXA_SemWait(&slot->wake) != 0) {
     }
     return true;
   }
-  if (OXA_SemTimedWait(&slot->wake, static_cast<unsigned int>(pool->idle_timeout_ms)) == 0) {
-    return true;
-  }
+  if (TimedTake(&slot->wake, static_cast<unsigned int>(pool->idle_timeout_ms))) return true;
   // A hand-over may have raced with the time-out: the submitter picked this slot while it was
   // still idle. Under the mutex nobody can pick it any more, so one more try settles it.
-  OXA_MutexLock(&pool->mutex);
-  if (OXA_SemTimedWait(&slot->wake, 0) == 0) {
-    OXA_MutexUnlock(&pool->mutex);
-    return true;
+  {
+    PthreadLock hold(&pool->mutex);
+    if (OXA_SemTimedWait(&slot->wake, 0) == 0) return true;
+    ReleaseSlot(pool, slot);  // the slot is no longer this worker's
   }
-  Retire(slot);
+  Retire();
   return false;
 }
 
@@ -91,9 +133,14 @@ void RunItem(WorkerSlot* slot) {
   slot->arg = nullptr;
 }
 
-void MarkIdle(WorkerSlot* slot) {
-  PoolLock hold(slot->pool);
+// After an item (or an empty wake-up): false when the worker was ordered to quit; otherwise
+// it is idle again and a waiting submitter hears of it.
+bool BackToIdle(WorkerSlot* slot) {
+  PthreadLock hold(&slot->pool->mutex);
+  if (slot->quit == 1) return false;
   slot->idle = 1;
+  SignalWorkerFree(slot->pool);
+  return true;
 }
 
 void* WorkerMain(void* param) {
@@ -104,16 +151,29 @@ void* WorkerMain(void* param) {
   auto* slot = static_cast<WorkerSlot*>(param);
   for (;;) {
     if (!AwaitWake(slot)) return nullptr;
-    if (slot->quit == 1) {
+    RunItem(slot);
+    if (!BackToIdle(slot)) {
       Trace().eraseTraceInfo();
       return nullptr;
     }
-    RunItem(slot);
-    MarkIdle(slot);
   }
 }
 
 }  // namespace
+
+void SignalWorkerFree(OXA_THREADPOOL_T* pool) {
+  pool->free_events.fetch_add(1, std::memory_order_release);  // pairs with SpinForFreeWorker
+  if (pool->waiting_submitters != 0) pthread_cond_signal(&pool->worker_free);
+}
+
+int SpinRounds() {
+  // Items are often tiny: the partner's answer then comes within microseconds, far sooner than
+  // a sleep and a wake-up on both sides. The bound keeps an idle pool from burning the CPU.
+  static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 200 : 0;
+  return rounds;
+}
+
+void SpinPause() { CpuRelax(); }
 
 void FreeWorkerSlot(WorkerSlot* slot) {
   *slot = WorkerSlot{};
@@ -125,7 +185,7 @@ WorkerSlot* PickIdleWorker(OXA_THREADPOOL_T* pool) {
     OXA_OutputDebug("trovik !!! OXA_GetIdle_Local pThreadPool == NULL error, return NULL 1\n");
     return nullptr;
   }
-  PoolLock hold(pool);
+  PthreadLock hold(&pool->mutex);
   for (uint32_t i = 0; i < pool->max_count; ++i) {
     WorkerSlot& slot = pool->workers[i];
     if (slot.idle == 1 && slot.thread != OXA_INVALID_HANDLE) {
@@ -148,9 +208,8 @@ int StartWorker(OXA_THREADPOOL_T* pool) {
   slot->routine = nullptr;
   const int sem_result = OXA_SemCreate(&slot->wake, 0);
   if (sem_result != 0) {
-    const int saved_errno = errno;
+    ErrnoSaver keep;
     OXA_OutputDebug("trovik !!! OXA_CreateThread_Local OXA_SemCreate error, return -1 2\n");
-    errno = saved_errno;
     return sem_result;
   }
   slot->index = static_cast<uint32_t>(slot - pool->workers);
@@ -158,11 +217,10 @@ int StartWorker(OXA_THREADPOOL_T* pool) {
   slot->pool = pool;
   const OXA_HANDLE thread = OXA_Thread_Create(WorkerMain, slot, StackBytes(pool), 0, 0, 0);
   if (thread == OXA_INVALID_HANDLE) {
-    const int saved_errno = errno;
+    ErrnoSaver keep;
     OXA_OutputDebug("trovik !!! OXA_CreateThread_Local OXA_Thread_Create error, return -1 3\n");
     OXA_SemDestroy(&slot->wake);
     FreeWorkerSlot(slot);
-    errno = saved_errno;
     return OXA_ERROR;
   }
   slot->thread = thread;
@@ -175,7 +233,7 @@ int StopWorker(OXA_THREADPOOL_T* pool) {
   WorkerSlot* slot = nullptr;
   OXA_HANDLE thread = OXA_INVALID_HANDLE;
   {
-    PoolLock hold(pool);
+    PthreadLock hold(&pool->mutex);
     if (pool->curr_count == 0) return OXA_ERROR;
     slot = LowestLiveSlot(pool);
     if (slot == nullptr) return 0;
@@ -187,7 +245,7 @@ int StopWorker(OXA_THREADPOOL_T* pool) {
   // The slot stays live (thread set) while we wait, so nobody else takes or frees it; the
   // worker cannot retire either, because the post above is waiting for it.
   OXA_Thread_Wait(thread);
-  PoolLock hold(pool);
+  PthreadLock hold(&pool->mutex);
   ReleaseSlot(pool, slot);
   return 0;
 }

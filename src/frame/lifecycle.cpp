@@ -7,6 +7,8 @@
 #include "oxa_addr.h"
 #include "oxa_frame.h"
 #include "oxa_log.h"
+#include "oxa_memory.h"
+#include "oxa_msgq.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"
 #include "oxa_sync.h"
@@ -44,6 +46,7 @@ struct Module {
 Module g_modules[] = {
     {nullptr, OXA_FiniTimer_Inter, 0},
     {OXA_InitNetwork_Inter, OXA_FiniNetwork_Inter, 0},
+    {OXA_MsgQInitEx_Inter, OXA_MsgQFiniEx_Inter, 0},
     {OXA_InitThreadPool_Inter, OXA_FiniThreadPool_Inter, 0},
     {OXA_InitError_Inter, OXA_FiniError_Inter, 0},
 };
@@ -55,6 +58,8 @@ void TearDown() {
     module.stop();
     module.started = 0;
   }
+  // The application sets the global memory pool up itself; the frame only tears it down.
+  OXA_FiniMemoryPool_Inter();
 }
 
 // REQUIRES: g_init_lock held.

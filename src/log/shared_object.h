@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include <mutex>
+
 #include "oxa_sync.h"
 
 // The base of counted objects. The count is guarded by the object's own mutex; the deleted
@@ -17,16 +19,17 @@ class shared_object {
   shared_object& operator=(const shared_object&) = delete;
 
   void AddRef() {
-    mutex_.lock();
+    std::lock_guard<oxa::oxa_mutex> hold(mutex_);
     ++count_;
-    mutex_.unlock();
   }
 
   void Release() {
-    mutex_.lock();
-    const bool last = --count_ == 0 && deleted_ == 0;
-    if (last) deleted_ = 1;
-    mutex_.unlock();
+    bool last;
+    {
+      std::lock_guard<oxa::oxa_mutex> hold(mutex_);
+      last = --count_ == 0 && deleted_ == 0;
+      if (last) deleted_ = 1;
+    }
     if (last) delete this;
   }
 

@@ -1,9 +1,12 @@
 // The per-thread trace context. Each thread's context lives in a thread-local slot as a plain
 // pointer; the singleton's map owns every installed context through a counted pointer, so a
-// context outlives nothing but its map entry.
+// context outlives nothing but its map entry. The key's destructor drops the map entry of a
+// thread that ends without erasing its context, whoever started the thread.
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 
+#include <atomic>
 #include <map>
 #include <new>
 #include <string>
@@ -25,7 +28,10 @@ static_assert(sizeof(OXA_TRACEINFO) == 197, "three 65-byte texts and two bytes, 
 namespace {
 
 // The trace context's thread-local key; OXA_INVALID_TLS_KEY when it could not be created.
-OXA_TLS_KEY g_oxa_store_tls_handle = OXA_INVALID_TLS_KEY;
+// Atomic: threads the library does not own may still read it while unload destroys the key.
+std::atomic<OXA_TLS_KEY> g_oxa_store_tls_handle{OXA_INVALID_TLS_KEY};
+
+OXA_TLS_KEY TraceKey() { return g_oxa_store_tls_handle.load(std::memory_order_relaxed); }
 
 constexpr size_t kTextField = sizeof(OXA_TRACEINFO::text1);  // 65: 64 characters and a zero
 constexpr size_t kTextChars = kTextField - 1;
@@ -80,16 +86,16 @@ class oxa_tlsTraceInfoOperImpl {
   int Set(const OXA_TRACEINFO& info);
   int Get(OXA_TRACEINFO* info);
   int Erase();
+  // Drops the map's reference to a context; the context goes when no other reference holds it.
+  void Forget(CTraceInfo_context* context);
 
  private:
   using ContextPtr = smartptr<CTraceInfo_context, shared_object, oxa_mutex>;
 
   int SetOrThrow(const OXA_TRACEINFO& info);
-  // Drops the map's reference to a context; the context goes when no other reference holds it.
-  void Forget(CTraceInfo_context* context);
 
   static CTraceInfo_context* Current() {
-    return static_cast<CTraceInfo_context*>(OXA_ThreadTls_GetValue(g_oxa_store_tls_handle));
+    return static_cast<CTraceInfo_context*>(OXA_ThreadTls_GetValue(TraceKey()));
   }
 
   std::map<void*, ContextPtr> contexts_;  // Guarded by mutex_.
@@ -118,9 +124,9 @@ int oxa_tlsTraceInfoOperImpl::SetOrThrow(const OXA_TRACEINFO& info) {
     internal::ScopedLock<OXA_Mutex> hold(mutex_);
     contexts_.emplace(context.get(), context);
   }
-  if (OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, context.get()) != 0) {
+  if (OXA_ThreadTls_SetValue(TraceKey(), context.get()) != 0) {
     fprintf(stderr, "OXA_ThreadTls_SetValue failed! g_oxa_store_tls_handle{%llu}\r\n",
-            static_cast<unsigned long long>(g_oxa_store_tls_handle));
+            static_cast<unsigned long long>(TraceKey()));
     if (is_new) Forget(context.get());  // released with `context`
     return OXA_ERROR;
   }
@@ -153,20 +159,30 @@ int oxa_tlsTraceInfoOperImpl::Get(OXA_TRACEINFO* info) {
 int oxa_tlsTraceInfoOperImpl::Erase() {
   CTraceInfo_context* current = Current();
   if (current != nullptr) Forget(current);
-  OXA_ThreadTls_SetValue(g_oxa_store_tls_handle, nullptr);
+  OXA_ThreadTls_SetValue(TraceKey(), nullptr);
   return 0;
 }
 
 // ---- The singleton -----------------------------------------------------------
 
+namespace {
+
+// The singleton's implementation, for the key's destructor. Set once at load.
+oxa_tlsTraceInfoOperImpl* g_trace_impl = nullptr;
+
+}  // namespace
+
 oxa_tlsTraceInfoOper oxa_tlsTraceInfoOper::m_tlsTraceInfoOper OXA_LOAD_AT(OXA_LOAD_TRACE_SINGLETON);
 
-oxa_tlsTraceInfoOper::oxa_tlsTraceInfoOper() : impl_(new (std::nothrow) oxa_tlsTraceInfoOperImpl) {}
-
-oxa_tlsTraceInfoOper::~oxa_tlsTraceInfoOper() {
-  delete impl_;
-  impl_ = nullptr;
+oxa_tlsTraceInfoOper::oxa_tlsTraceInfoOper() : impl_(new (std::nothrow) oxa_tlsTraceInfoOperImpl) {
+  g_trace_impl = impl_;
 }
+
+// The implementation is deliberately kept: threads that the library does not own (detached
+// ones, or any thread still running while the process exits) may read or erase their
+// context after static destruction has begun. The memory stays reachable from the
+// singleton and goes with the process.
+oxa_tlsTraceInfoOper::~oxa_tlsTraceInfoOper() = default;
 
 oxa_tlsTraceInfoOper& oxa_tlsTraceInfoOper::instance() { return m_tlsTraceInfoOper; }
 
@@ -182,22 +198,38 @@ int oxa_tlsTraceInfoOper::eraseTraceInfo() { return impl_ == nullptr ? OXA_ERROR
 
 // ---- The key and the load and unload hooks -------------------------------------
 
+namespace {
+
+// Runs when a thread that still has a context ends (the system has already cleared the
+// thread's slot): the map's entry goes, and with it the context.
+void ReclaimAtThreadEnd(void* context) {
+  if (g_trace_impl != nullptr) g_trace_impl->Forget(static_cast<CTraceInfo_context*>(context));
+}
+
+// A thread-local key like OXA_ThreadTls_Create's, with ReclaimAtThreadEnd as its destructor.
+OXA_TLS_KEY CreateTraceKey() {
+  pthread_key_t key;
+  if (pthread_key_create(&key, ReclaimAtThreadEnd) != 0) return OXA_INVALID_TLS_KEY;
+  return static_cast<OXA_TLS_KEY>(key);
+}
+
+}  // namespace
+
 OXA_API int oxa_tls_alloc() {
-  g_oxa_store_tls_handle = OXA_ThreadTls_Create();
-  if (g_oxa_store_tls_handle == OXA_INVALID_TLS_KEY) {
+  const OXA_TLS_KEY key = CreateTraceKey();
+  g_oxa_store_tls_handle.store(key, std::memory_order_relaxed);
+  if (key == OXA_INVALID_TLS_KEY) {
     fputs("tls_alloc, but OXA_ThreadTls_Create failed!\r\n", stderr);
     return OXA_ERROR;
   }
-  fprintf(stderr, "oxa tls index{%llu}\r\n",
-          static_cast<unsigned long long>(g_oxa_store_tls_handle));
+  fprintf(stderr, "oxa tls index{%llu}\r\n", static_cast<unsigned long long>(key));
   return 0;
 }
 
 OXA_API int oxa_tls_free() {
-  if (g_oxa_store_tls_handle == OXA_INVALID_TLS_KEY) return OXA_ERROR;
-  const int rc = OXA_ThreadTls_Destroy(g_oxa_store_tls_handle);
-  g_oxa_store_tls_handle = OXA_INVALID_TLS_KEY;
-  return rc;
+  const OXA_TLS_KEY key = g_oxa_store_tls_handle.exchange(OXA_INVALID_TLS_KEY);
+  if (key == OXA_INVALID_TLS_KEY) return OXA_ERROR;
+  return OXA_ThreadTls_Destroy(key);
 }
 
 OXA_API void oxa_at_initprocess() { oxa_tls_alloc(); }

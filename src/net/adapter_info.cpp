@@ -19,6 +19,7 @@
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"
 
+#include "frame/errno_util.h"
 #include "net/adapter_netlink.h"
 
 #if UINTPTR_MAX == 0xffffffffu
@@ -139,9 +140,8 @@ int BuildIpv4List(AdapterList* adapters) {
 
 void ScopedSocket::Close() {
   if (fd_ < 0) return;
-  const int saved = errno;
+  oxa::internal::ErrnoSaver keep;
   close(fd_);
-  errno = saved;
   fd_ = -1;
 }
 

@@ -8,8 +8,9 @@
 
 #include "oxa_addr.h"
 
+#include "frame/socket_address.h"
 #include "net/addr_text.h"
-#include "net/socket_address.h"
+#include "net/descriptor.h"
 
 // The record is handed to the system as it is: it must be the system's socket addresses.
 static_assert(sizeof(OXA_ADDR_T) == sizeof(sockaddr_in6), "address record is as large as IPv6");
@@ -115,7 +116,8 @@ OXA_API int OXA_MakeAddr6ByInt(const unsigned char ip[16], unsigned short port, 
 }
 
 OXA_API int OXA_MakeAddr(const void* sysaddr, int len, OXA_ADDR_T* addr) {
-  if (sysaddr == nullptr || addr == nullptr || len <= 0) return OXA_ERROR;
+  if (sysaddr == nullptr || addr == nullptr || len == 0) return OXA_ERROR;
+  if (oxa::internal::IsBadLength(len)) return OXA_ERROR;
   memcpy(addr, sysaddr, static_cast<size_t>(len));
   return 0;
 }

@@ -7,7 +7,7 @@
 
 #include "oxa_socket.h"
 
-#include "net/socket_address.h"
+#include "frame/socket_address.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
-// Descriptor checks shared by the functions that wait on a socket before using it.
+// Argument checks shared by the socket functions: descriptors that poll would ignore and
+// lengths that would turn into huge sizes.
 #ifndef OXA_SRC_NET_DESCRIPTOR_H_
 #define OXA_SRC_NET_DESCRIPTOR_H_
 
@@ -12,6 +13,15 @@ namespace internal {
 inline bool IsBadDescriptor(int fd) {
   if (fd >= 0) return false;
   errno = EBADF;
+  return true;
+}
+
+// A negative length would become a huge size for the system, which would then read or write
+// far past the caller's buffer. It is refused with EINVAL before memory or the socket is
+// touched.
+inline bool IsBadLength(int len) {
+  if (len >= 0) return false;
+  errno = EINVAL;
   return true;
 }
 

@@ -10,6 +10,9 @@
 #include "oxa_socket.h"
 #include "oxa_time.h"
 
+#include "frame/errno_util.h"
+#include "net/descriptor.h"
+
 namespace {
 
 // A finite time-out beyond what poll's int can hold waits as long as poll can.
@@ -18,11 +21,7 @@ int PollTimeout(unsigned int timeout_ms) {
 }
 
 int PollForever(pollfd* fds, int n) {
-  int ready;
-  do {
-    ready = poll(fds, static_cast<nfds_t>(n), -1);
-  } while (ready < 0 && errno == EINTR);
-  return ready;
+  return oxa::internal::RetryOnEintr([&] { return poll(fds, static_cast<nfds_t>(n), -1); });
 }
 
 }  // namespace
@@ -50,21 +49,24 @@ OXA_API int OXA_SelectEx(int nfds, fd_set* r, fd_set* w, fd_set* e, struct timev
 }
 
 OXA_API int OXA_Poll(struct pollfd* fds, int n, int timeout_ms) {
+  if (oxa::internal::IsBadLength(n)) return OXA_ERROR;
   return poll(fds, static_cast<nfds_t>(n), timeout_ms);
 }
 
 // Each interrupted poll costs what it waited; the remaining time is written back, so callers
 // that loop share one budget among their waits.
 OXA_API int OXA_PollEx(struct pollfd* fds, int n, unsigned int* timeout_ms) {
+  if (oxa::internal::IsBadLength(n)) return OXA_ERROR;
   if (timeout_ms == nullptr || *timeout_ms == OXA_INFINITE) return PollForever(fds, n);
   int ready;
   uint64_t elapsed;
   for (;;) {
     const uint64_t start = OXA_GetTimeTick64();
     ready = poll(fds, static_cast<nfds_t>(n), PollTimeout(*timeout_ms));
-    const int poll_errno = errno;
-    elapsed = OXA_GetTimeTick64() - start;
-    errno = poll_errno;
+    {
+      oxa::internal::ErrnoSaver keep;  // poll's
+      elapsed = OXA_GetTimeTick64() - start;
+    }
     if (ready >= 0 || errno != EINTR) break;
     *timeout_ms = elapsed < *timeout_ms ? *timeout_ms - static_cast<unsigned int>(elapsed) : 0;
     if (*timeout_ms < 1) break;

@@ -9,8 +9,8 @@
 
 #include "oxa_socket.h"
 
+#include "frame/socket_address.h"
 #include "net/descriptor.h"
-#include "net/socket_address.h"
 
 namespace {
 

@@ -5,6 +5,8 @@
 #include "oxa_atomic.h"
 #include "oxa_sync.h"
 
+#include "frame/scoped_lock.h"
+
 namespace {
 
 // The one lock behind every OXA_Atomic* call. A zero-filled mutex is a valid normal mutex,
@@ -18,14 +20,6 @@ const pthread_mutex_t kZeroFilledMutex = PTHREAD_MUTEX_INITIALIZER;
 // Number of OXA_InitAtomic_Inter calls not yet matched by OXA_FiniAtomic_Inter; changed with
 // atomic builtins so that concurrent start hooks count correctly.
 unsigned int g_atomic_starts = 0;
-
-class AtomicLockHold {
- public:
-  AtomicLockHold() { pthread_mutex_lock(&g_atomic_lock); }
-  ~AtomicLockHold() { pthread_mutex_unlock(&g_atomic_lock); }
-  AtomicLockHold(const AtomicLockHold&) = delete;
-  AtomicLockHold& operator=(const AtomicLockHold&) = delete;
-};
 
 // Plain loads and stores of the target, made relaxed atomics so that the unlocked read of
 // Inc, Dec, Add and Set is not a data race. The value it sees may be stale by the time the
@@ -93,7 +87,7 @@ long oxa_atomic::decrement() { return __atomic_sub_fetch(&value_, 1L, __ATOMIC_S
 extern "C" {
 
 OXA_API int OXA_AtomicCas(volatile int* value, int new_value, int expected) {
-  AtomicLockHold hold;
+  oxa::internal::PthreadLock hold(&g_atomic_lock);
   const int found = Load(value);
   if (found == expected) Store(value, new_value);
   return found;

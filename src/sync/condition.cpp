@@ -14,6 +14,7 @@
 
 #include "oxa_sync.h"
 
+#include "frame/errno_util.h"
 #include "frame/load_order.h"
 #include "frame/scoped_lock.h"
 
@@ -41,10 +42,9 @@ OXA_Mutex g_lockCondAttr OXA_LOAD_AT(OXA_LOAD_COND_ATTR_MAP);
 
 // Destroys and frees an attribute; errno is kept, as this runs on failure paths.
 void FreeAttr(pthread_condattr_t* attr) {
-  const int saved_errno = errno;
+  oxa::internal::ErrnoSaver keep;
   pthread_condattr_destroy(attr);
   delete attr;
-  errno = saved_errno;
 }
 
 // A new heap attribute with the monotonic clock, or null (errno set).

@@ -13,8 +13,8 @@
 #include "oxa_atomic.h"
 #include "oxa_sync.h"
 
+#include "frame/mutex_storage.h"
 #include "frame/scoped_lock.h"
-#include "sync/mutex_storage.h"
 
 using oxa::internal::ScopedLock;
 using oxa::internal::SystemMutex;

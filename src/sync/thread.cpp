@@ -10,6 +10,7 @@
 #include "oxa_thread.h"
 #include "oxa_trace.h"
 
+#include "frame/errno_util.h"
 #include "frame/pthread_result.h"
 #include "sync/thread_start_block.h"
 
@@ -48,9 +49,8 @@ class ThreadAttr {
   ThreadAttr() : init_result_(pthread_attr_init(&attr_)) {}
   ~ThreadAttr() {
     if (init_result_ != 0) return;
-    const int saved_errno = errno;
+    oxa::internal::ErrnoSaver keep;
     pthread_attr_destroy(&attr_);
-    errno = saved_errno;
   }
   ThreadAttr(const ThreadAttr&) = delete;
   ThreadAttr& operator=(const ThreadAttr&) = delete;

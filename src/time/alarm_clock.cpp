@@ -12,8 +12,8 @@
 #include "oxa_thread.h"
 #include "oxa_time.h"
 
+#include "frame/mutex_storage.h"
 #include "frame/scoped_lock.h"
-#include "sync/mutex_storage.h"
 
 using oxa::internal::ScopedLock;
 using oxa::internal::SystemMutex;

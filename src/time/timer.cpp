@@ -94,17 +94,16 @@ TimerSlot* LowestFreeSlot() {
 }
 
 void RequestQuit(TimerSlot* slot, uint32_t how) {
-  OXA_MutexLock(&slot->mutex);
+  oxa::internal::PthreadLock hold(&slot->mutex);
   slot->quit.store(how, std::memory_order_relaxed);
   slot->cond->Signal();
-  OXA_MutexUnlock(&slot->mutex);
 }
 
 // Waits until a period has passed since the call, or until the timer is killed. Spurious
 // wake-ups wait again for the rest of the period.
 void WaitOnePeriod(TimerSlot* slot, uint32_t period_ms) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(period_ms);
-  OXA_MutexLock(&slot->mutex);
+  oxa::internal::PthreadLock hold(&slot->mutex);
   while (slot->quit.load(std::memory_order_relaxed) == kRunning) {
     const Clock::duration left = deadline - Clock::now();
     if (left <= Clock::duration::zero()) break;
@@ -112,7 +111,6 @@ void WaitOnePeriod(TimerSlot* slot, uint32_t period_ms) {
     slot->cond->TimedWait(
         &slot->mutex, static_cast<unsigned int>(std::min<decltype(left_ms)>(left_ms, UINT32_MAX)));
   }
-  OXA_MutexUnlock(&slot->mutex);
 }
 
 void* TimerMain(void* param) {

@@ -5,6 +5,8 @@
 #include <errno.h>
 #include <stdio.h>
 
+#include "frame/errno_util.h"
+
 namespace oxa::internal {
 
 class ProcFile {
@@ -13,9 +15,8 @@ class ProcFile {
   explicit ProcFile(const char* path) : file_(fopen(path, "re")) {}
   ~ProcFile() {
     if (file_ != nullptr) {
-      const int saved = errno;  // closing must not hide the error of a failed parse
+      ErrnoSaver keep;  // closing must not hide the error of a failed parse
       fclose(file_);
-      errno = saved;
     }
   }
   ProcFile(const ProcFile&) = delete;

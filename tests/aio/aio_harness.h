@@ -7,8 +7,6 @@
 #include <sys/socket.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -74,31 +72,11 @@ struct Completion {
 
 // Collects completions: pass the recorder as the context and Recorder::Callback as the
 // callback.
-class Recorder {
+class Recorder : public Collector<Completion> {
  public:
   static void Callback(unsigned long error, unsigned long bytes, void* context) {
-    // Notified under the lock: a test that has seen the completion may destroy the recorder.
-    auto* self = static_cast<Recorder*>(context);
-    std::lock_guard<std::mutex> hold(self->mu_);
-    self->done_.push_back({error, bytes, std::this_thread::get_id()});
-    self->cv_.notify_all();
+    static_cast<Recorder*>(context)->Add({error, bytes, std::this_thread::get_id()});
   }
-  // True when at least n completions arrived within the hang guard.
-  bool WaitFor(size_t n) {
-    std::unique_lock<std::mutex> hold(mu_);
-    return cv_.wait_for(hold, std::chrono::milliseconds(kHangGuardMs),
-                        [&] { return done_.size() >= n; });
-  }
-  std::vector<Completion> Snapshot() {
-    std::lock_guard<std::mutex> hold(mu_);
-    return done_;
-  }
-  size_t Count() { return Snapshot().size(); }
-
- private:
-  std::mutex mu_;
-  std::condition_variable cv_;
-  std::vector<Completion> done_;
 };
 
 // Large socket buffers, so that loopback sends in these tests complete in one call.

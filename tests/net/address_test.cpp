@@ -9,8 +9,11 @@
 #include <array>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "oxa_addr.h"
+
+#include "support/test_support.h"
 
 namespace {
 
@@ -135,11 +138,20 @@ TEST(InetText, PrintingLengthRules) {
   EXPECT_EQ(nullptr, OXA_InetNtop(AF_INET6, seq.data(), buf, 15));
   EXPECT_EQ(buf, OXA_InetNtop(AF_INET6, seq.data(), buf, 16));
   EXPECT_STREQ("1:2:3:4:5:6:7:8", buf);
-  // ...except an embedded quad, written without one whatever len says (if not 0).
+  // ...except an embedded quad, written without one, and only when it fits.
   const Bytes16 mapped = Groups({0, 0, 0, 0, 0, 0xffff, 0x0102, 0x0304});
   memset(buf, 'x', sizeof buf);
-  ASSERT_EQ(buf, OXA_InetNtop(AF_INET6, mapped.data(), buf, 1));
+  EXPECT_EQ(nullptr, OXA_InetNtop(AF_INET6, mapped.data(), buf, 6));
+  EXPECT_EQ("xxxxxxxx", Bytes(buf, 8)) << "nothing is written past len";
+  ASSERT_EQ(buf, OXA_InetNtop(AF_INET6, mapped.data(), buf, 7));
   EXPECT_EQ("1.2.3.4x", Bytes(buf, 8));
+  // The same through an address record, into a heap buffer the address sanitizer watches.
+  OXA_ADDR_T addr;
+  ASSERT_EQ(0, OXA_MakeAddr6ByInt(Groups({0, 0, 0, 0, 0, 0, 0xffff, 0xffff}).data(), 0, &addr));
+  std::vector<char> small(8, 'x');
+  EXPECT_EQ(nullptr, OXA_GetAddrStringEx(&addr, small.data(), 8)) << "255.255.255.255 is 15";
+  EXPECT_EQ(std::string(8, 'x'), std::string(small.begin(), small.end()));
+  EXPECT_EQ(nullptr, OXA_GetAddrStringEx(&addr, small.data(), -1));
 }
 
 TEST(TextHelpers, Ipv4ToIntTrimCountAndFieldTypes) {
@@ -216,13 +228,13 @@ TEST(MakeAddrByString, FamiliesAndTexts) {
     EXPECT_EQ(c.want, Make(c.af, c.text)) << c.af << " " << c.text;
   // The default family is g_Af, which starts as 2 (no start-up runs in this process).
   EXPECT_EQ("fail", Make(OXA_AF_DEFAULT, "::1"));
+  oxa_test::DefaultFamilyRestorer restore;
   g_Af = OXA_AF_DUAL;
   EXPECT_EQ("10/80/::", Make(OXA_AF_DEFAULT, "0.0.0.0"));
   g_Af = AF_INET6;
   EXPECT_EQ("fail", Make(OXA_AF_DEFAULT, "0.0.0.0"));
   EXPECT_EQ(AF_INET6, OXA_GetAf_Inner(OXA_AF_DEFAULT));
   EXPECT_EQ(7, OXA_GetAf_Inner(7));
-  g_Af = AF_INET;
 }
 
 TEST(AddressRecord, IntegerFormsAndViews) {

@@ -80,7 +80,14 @@ TEST(HostName, IsTheSystemsNameAndNeedsRoomForItsTerminator) {
   memset(name, 'x', sizeof name);
   ASSERT_EQ(0, OXA_GetHostName(name, sizeof name));
   EXPECT_STREQ(expected, name);
-  EXPECT_EQ(OXA_ERROR, OXA_GetHostName(name, static_cast<unsigned int>(strlen(expected))));
+  // Exact and one-short buffers on the heap, where the address sanitizer sees any overrun.
+  const size_t length = strlen(expected);
+  std::vector<char> exact(length + 1, 'x');
+  EXPECT_EQ(0, OXA_GetHostName(exact.data(), static_cast<unsigned int>(exact.size())));
+  EXPECT_STREQ(expected, exact.data());
+  std::vector<char> short_one(length, 'x');
+  EXPECT_EQ(OXA_ERROR, OXA_GetHostName(short_one.data(), static_cast<unsigned int>(length)));
+  EXPECT_EQ(OXA_ERROR, OXA_GetHostName(name, 0));
   EXPECT_EQ(OXA_ERROR, OXA_GetHostName(nullptr, 64));
 }
 
@@ -198,13 +205,6 @@ TEST(AddressByName, GivesTheResolversAddressesUpToTheCallersCapacity) {
   EXPECT_EQ(OXA_ERROR, OXA_GetAddressByName("::1", AF_INET, addrs, &count));
   EXPECT_TRUE(count == 1 && none == 0);
   EXPECT_EQ(std::string(sizeof addrs[0], '\x5a'), Bytes(addrs, sizeof addrs[0]));
-}
-
-TEST(ByteOrder, NetworkOrderIsMostSignificantByteFirst) {
-  const unsigned int network = OXA_Htonl(0x01020304u);
-  const unsigned short network16 = OXA_Htons(0x0102);
-  EXPECT_EQ("\1\2\3\4\1\2", Bytes(&network, 4) + Bytes(&network16, 2));
-  EXPECT_TRUE(OXA_Ntohl(network) == 0x01020304u && OXA_Ntohs(network16) == 0x0102);
 }
 
 // Frees the list when the test ends, whatever it asserted.

@@ -7,7 +7,19 @@
 
 #include <thread>
 
+#include "oxa_addr.h"
+
 namespace oxa_test {
+namespace {
+
+// The thread sanitizer starts a helper thread together with the process's first thread.
+// Starting one here, before any test counts threads, keeps those counts steady.
+const bool g_helper_threads_started = [] {
+  std::thread([] {}).join();
+  return true;
+}();
+
+}  // namespace
 
 int CountEntries(const char* dir) {
   int n = 0;
@@ -27,6 +39,10 @@ bool WaitForThreadCount(int threads) {
   }
   return true;
 }
+
+DefaultFamilyRestorer::DefaultFamilyRestorer() : saved_(g_Af) {}
+
+DefaultFamilyRestorer::~DefaultFamilyRestorer() { g_Af = saved_; }
 
 StderrCapture::StderrCapture() : saved_fd_(-1), file_fd_(-1) {
   fflush(stderr);

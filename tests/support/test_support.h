@@ -3,7 +3,11 @@
 #define OXA_TESTS_SUPPORT_TEST_SUPPORT_H_
 
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace oxa_test {
 
@@ -37,6 +41,19 @@ class StderrCapture {
   std::string text_;
 };
 
+// Puts the library-wide default address family back when a test that changes it ends, even
+// when the test fails half-way.
+class DefaultFamilyRestorer {
+ public:
+  DefaultFamilyRestorer();
+  ~DefaultFamilyRestorer();
+  DefaultFamilyRestorer(const DefaultFamilyRestorer&) = delete;
+  DefaultFamilyRestorer& operator=(const DefaultFamilyRestorer&) = delete;
+
+ private:
+  int saved_;
+};
+
 // Elapsed time of a steady clock since construction.
 class Stopwatch {
  public:
@@ -48,6 +65,46 @@ class Stopwatch {
 
  private:
   std::chrono::steady_clock::time_point start_;
+};
+
+// Values that other threads report and a test waits for. Every wait ends at the hang guard, so
+// a test whose callback never comes fails instead of hanging.
+template <class T>
+class Collector {
+ public:
+  // Notifies under the lock: a test that has seen the value may destroy the recorder at once.
+  void Add(T value) {
+    std::lock_guard<std::mutex> hold(mu_);
+    values_.push_back(std::move(value));
+    cv_.notify_all();
+  }
+  // True once at least n values have arrived; false when the hang guard passed first.
+  bool WaitFor(size_t n) {
+    std::unique_lock<std::mutex> hold(mu_);
+    return cv_.wait_for(hold, std::chrono::milliseconds(kHangGuardMs),
+                        [&] { return values_.size() >= n; });
+  }
+  std::vector<T> Snapshot() {
+    std::lock_guard<std::mutex> hold(mu_);
+    return values_;
+  }
+  size_t Count() { return Snapshot().size(); }
+
+ private:
+  std::mutex mu_;
+  std::condition_variable cv_;
+  std::vector<T> values_;  // Guarded by mu_.
+};
+
+// A one-way gate: Wait returns true once Open was called, false after the hang guard.
+class Latch {
+ public:
+  void Open() { opened_.Add(true); }
+  bool Wait() { return opened_.WaitFor(1); }
+  bool IsOpen() { return opened_.Count() > 0; }
+
+ private:
+  Collector<bool> opened_;
 };
 
 }  // namespace oxa_test

@@ -84,9 +84,10 @@ TEST(NetFlow, ParsesWideCountersAndNamesTouchingTheColon) {
     seen.push_back(record);
     return true;
   });
+  const int parse_errno = errno;  // read before fclose, which may change it
   fclose(in);
   EXPECT_EQ(-1, parsed);  // the last line has three counters only
-  EXPECT_EQ(EINVAL, errno);
+  EXPECT_EQ(EINVAL, parse_errno);
   ASSERT_EQ(2u, seen.size());
   const OXA_NETFLOW_DATA eth0 = {
       "eth0", 8589934592ull, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};

@@ -1,7 +1,7 @@
 // Access to the system mutex inside the library's mutex classes, for the library's own
 // conditions that must wait with it.
-#ifndef OXA_SRC_SYNC_MUTEX_STORAGE_H_
-#define OXA_SRC_SYNC_MUTEX_STORAGE_H_
+#ifndef OXA_SRC_FRAME_MUTEX_STORAGE_H_
+#define OXA_SRC_FRAME_MUTEX_STORAGE_H_
 
 #include <pthread.h>
 
@@ -20,6 +20,14 @@ inline pthread_mutex_t* SystemMutex(OXA_UniqueMutex& mutex) {
   return reinterpret_cast<pthread_mutex_t*>(&mutex);
 }
 
+static_assert(std::is_standard_layout_v<OXA_Mutex> && sizeof(OXA_Mutex) == sizeof(pthread_mutex_t),
+              "OXA_Mutex is its mutex storage");
+
+// The same for OXA_Mutex, for hot paths that lock it without the class's two call hops.
+inline pthread_mutex_t* SystemMutex(OXA_Mutex& mutex) {
+  return reinterpret_cast<pthread_mutex_t*>(&mutex);
+}
+
 }  // namespace oxa::internal
 
-#endif  // OXA_SRC_SYNC_MUTEX_STORAGE_H_
+#endif  // OXA_SRC_FRAME_MUTEX_STORAGE_H_
