@@ -1,8 +1,10 @@
-# The two commands of the README, plus the benchmark. Each installs what it is missing first.
+# The two commands of the README, plus the benchmark and the long fuzz run. Each installs
+# what it is missing first.
 BUILD ?= build
 JOBS  ?= $(shell nproc)
+FUZZ_SECONDS ?= 180
 
-.PHONY: demo test bench host armhf asan tsan format clean
+.PHONY: demo test bench fuzz host armhf asan tsan format clean
 
 demo:
 	scripts/deps.sh host
@@ -11,7 +13,7 @@ demo:
 	scripts/demo.sh $(BUILD)/demo
 
 test:
-	scripts/deps.sh host armhf
+	scripts/deps.sh host armhf fuzz
 	scripts/test.sh all
 
 host armhf asan tsan:
@@ -23,6 +25,11 @@ bench:
 	cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DOXA_BUILD_BENCH=ON
 	cmake --build $(BUILD)/bench -j $(JOBS)
 	$(BUILD)/bench/bench/oxa_bench
+
+# Every libFuzzer target for FUZZ_SECONDS seconds under AddressSanitizer and UBSan.
+fuzz:
+	scripts/deps.sh host fuzz
+	JOBS=$(JOBS) scripts/fuzz.sh $(FUZZ_SECONDS)
 
 format:
 	git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format -i

@@ -3,7 +3,7 @@
 set -euo pipefail
 build=${1:?usage: demo.sh BUILD_DIR}
 tour=(time_tour locks threads_and_trace host_report loopback_events pool_timer_alarms files_and_log
-      work_pipeline memory_pools)
+      work_pipeline memory_pools strings_and_tables)
 for name in "${tour[@]}"; do
   echo
   echo "======== $name"

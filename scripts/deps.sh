@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build, the tests and the demo need, and nothing when all is there.
-# Usage: scripts/deps.sh [host|armhf|bench]...
+# Usage: scripts/deps.sh [host|armhf|bench|fuzz]...
 set -euo pipefail
 
 want=(cmake make g++ pkg-config googletest uuid-dev libboost-dev)
@@ -9,6 +9,7 @@ for kind in "$@"; do
     host) ;;
     armhf) want+=(g++-arm-linux-gnueabihf qemu-user) ;;
     bench) want+=(libbenchmark-dev libspdlog-dev libuv1-dev) ;;
+    fuzz) want+=(clang libclang-rt-14-dev) ;;
     *) echo "deps.sh: unknown set '$kind'" >&2; exit 2 ;;
   esac
 done

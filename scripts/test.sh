@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the test suite: on the host, on armhf under qemu-arm, on the host under
-# AddressSanitizer and UndefinedBehaviorSanitizer, and on the host under ThreadSanitizer.
-# Warnings are errors throughout.
-# Usage: scripts/test.sh all|host|armhf|asan|tsan
+# AddressSanitizer and UndefinedBehaviorSanitizer, and on the host under ThreadSanitizer, then
+# runs every libFuzzer target briefly. Warnings are errors throughout.
+# Usage: scripts/test.sh all|host|armhf|asan|tsan|fuzz
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD:-build}
@@ -37,4 +37,8 @@ if [[ $what == all || $what == tsan ]]; then
   # Every report fails the test; the suppressions file names each accepted one with its reason.
   export TSAN_OPTIONS="suppressions=$PWD/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
   run_suite tsan -DOXA_TSAN=ON -DOXA_BUILD_EXAMPLES=OFF
+fi
+if [[ $what == all || $what == fuzz ]]; then
+  # Each libFuzzer target for about ten seconds: a crash or a model mismatch fails the run.
+  scripts/fuzz.sh "${FUZZ_SECONDS:-10}"
 fi
