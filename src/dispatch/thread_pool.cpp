@@ -50,7 +50,6 @@ void ResetPool(OXA_THREADPOOL_T* pool) {
   pool->mutex = pthread_mutex_t{};
   pool->waiting_submitters = 0;
   pool->free_events.store(0, std::memory_order_relaxed);
-  pool->spinning_workers.store(0, std::memory_order_relaxed);
   if (pool->workers == nullptr) return;
   for (unsigned int i = 0; i < kMaxWorkers; ++i)
     oxa::internal::FreeWorkerSlot(&pool->workers[i]);
@@ -151,7 +150,7 @@ int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* ar
 void SpinForFreeWorker(const OXA_THREADPOOL_T* pool, uint32_t seen) {
   for (int round = oxa::internal::SpinRounds(); round > 0; --round) {
     if (pool->free_events.load(std::memory_order_acquire) != seen || IsStopping(pool)) return;
-    oxa::internal::SpinPause();
+    oxa::internal::SpinPause(round);
   }
 }
 

@@ -67,9 +67,6 @@ struct OXA_THREADPOOL_T {
   // Bumped (under mutex) whenever worker_free would be signalled; a submitter that spins
   // briefly before sleeping watches it without the lock.
   std::atomic<uint32_t> free_events;
-  // Workers now looking briefly for their next item before they block; at most one does, so
-  // that spinning workers never crowd out the submitter they are waiting for.
-  std::atomic<uint32_t> spinning_workers;
 };
 
 namespace oxa::internal {
@@ -81,11 +78,12 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool);
 
 // How many times a thread that expects its partner within microseconds looks again before it
 // blocks: a worker that has just finished an item, a submitter that found every worker busy.
-// Zero on a single processor, where spinning only delays the partner. See SpinWait.
+// A few yields on a single processor, where spinning only delays the partner.
 int SpinRounds();
 
-// One round of such a wait: a pause of the processor, without giving up the time slice.
-void SpinPause();
+// One round of such a wait (rounds count down from SpinRounds()): mostly a pause of the
+// processor, now and then a yield of it.
+void SpinPause(int round);
 
 // Clears a slot whole and marks it free.
 void FreeWorkerSlot(WorkerSlot* slot);
