@@ -67,6 +67,10 @@ struct OXA_THREADPOOL_T {
   // Bumped (under mutex) whenever worker_free would be signalled; a submitter that spins
   // briefly before sleeping watches it without the lock.
   std::atomic<uint32_t> free_events;
+  // The CPU the last hand-over came from, and the one the last item started on: a spinner
+  // gives its CPU away only when the partner it waits for may be queued behind it there.
+  std::atomic<int> submitter_cpu;
+  std::atomic<int> worker_cpu;
 };
 
 namespace oxa::internal {
@@ -81,9 +85,9 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool);
 // A few yields on a single processor, where spinning only delays the partner.
 int SpinRounds();
 
-// One round of such a wait (rounds count down from SpinRounds()): mostly a pause of the
-// processor, now and then a yield of it.
-void SpinPause(int round);
+// One round of such a wait (rounds count down from SpinRounds()) for a partner last seen on
+// `partner_cpu`: mostly a pause of the processor, now and then a yield of it.
+void SpinPause(int round, const std::atomic<int>& partner_cpu);
 
 // Clears a slot whole and marks it free.
 void FreeWorkerSlot(WorkerSlot* slot);

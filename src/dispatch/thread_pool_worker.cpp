@@ -96,7 +96,7 @@ bool LookBrieflyForItem(WorkerSlot* slot) {
     int posts = 0;
     sem_getvalue(&slot->wake, &posts);
     if (posts > 0 && sem_trywait(&slot->wake) == 0) return true;
-    SpinPause(round);
+    SpinPause(round, slot->pool->submitter_cpu);
   }
   return false;
 }
@@ -126,6 +126,7 @@ bool AwaitWake(WorkerSlot* slot) {
 void RunItem(WorkerSlot* slot) {
   if (slot->routine == nullptr) return;
   Trace().setTraceInfo(slot->trace);
+  slot->pool->worker_cpu.store(sched_getcpu(), std::memory_order_relaxed);
   slot->routine(slot->arg);
   slot->routine = nullptr;
   slot->arg = nullptr;
@@ -173,13 +174,15 @@ int SpinRounds() {
   return rounds;
 }
 
-void SpinPause(int round) {
+void SpinPause(int round, const std::atomic<int>& partner_cpu) {
   // A producer and two workers share two CPUs, and on a loaded machine the scheduler often
-  // puts all three on one: a spinner then holds the CPU its partner is queued for. Measured,
-  // yielding every eighth round (from the second on) triples a flood's rate against yielding
-  // rarely, and costs little when the partner does run elsewhere.
+  // puts all three on one: a spinner then holds the CPU its partner is queued for, and must
+  // yield it soon (measured: yielding every eighth round triples a flood's rate against
+  // yielding rarely). When the partner runs elsewhere, a yield would only hand this CPU to
+  // another process and delay our own answer, so there it is rare.
   static const bool single_cpu = sysconf(_SC_NPROCESSORS_ONLN) <= 1;
-  if (single_cpu || round % 8 == 7) {
+  const bool partner_here = partner_cpu.load(std::memory_order_relaxed) == sched_getcpu();
+  if (single_cpu || (round % 8 == 7 && partner_here) || round % 256 == 128) {
     sched_yield();
   } else {
     CpuRelax();
