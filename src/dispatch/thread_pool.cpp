@@ -154,7 +154,7 @@ int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* ar
 void SpinForFreeWorker(const OXA_THREADPOOL_T* pool, uint32_t seen) {
   for (int round = oxa::internal::SpinRounds(); round > 0; --round) {
     if (pool->free_events.load(std::memory_order_acquire) != seen || IsStopping(pool)) return;
-    oxa::internal::SpinPause(round, pool->worker_cpu);
+    if (!oxa::internal::SpinPause(pool->worker_cpu)) return;
   }
 }
 

@@ -68,7 +68,7 @@ struct OXA_THREADPOOL_T {
   // briefly before sleeping watches it without the lock.
   std::atomic<uint32_t> free_events;
   // The CPU the last hand-over came from, and the one the last item started on: a spinner
-  // gives its CPU away only when the partner it waits for may be queued behind it there.
+  // blocks at once when the partner it waits for may be queued behind it there.
   std::atomic<int> submitter_cpu;
   std::atomic<int> worker_cpu;
 };
@@ -82,12 +82,13 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool);
 
 // How many times a thread that expects its partner within microseconds looks again before it
 // blocks: a worker that has just finished an item, a submitter that found every worker busy.
-// A few yields on a single processor, where spinning only delays the partner.
+// Zero on a single processor, where spinning only delays the partner.
 int SpinRounds();
 
-// One round of such a wait (rounds count down from SpinRounds()) for a partner last seen on
-// `partner_cpu`: mostly a pause of the processor, now and then a yield of it.
-void SpinPause(int round, const std::atomic<int>& partner_cpu);
+// One round of such a wait for a partner last seen on `partner_cpu`: a pause of the
+// processor; false, without a pause, when the partner may be queued behind us on this CPU
+// and the caller should block instead.
+bool SpinPause(const std::atomic<int>& partner_cpu);
 
 // Clears a slot whole and marks it free.
 void FreeWorkerSlot(WorkerSlot* slot);

@@ -96,7 +96,7 @@ bool LookBrieflyForItem(WorkerSlot* slot) {
     int posts = 0;
     sem_getvalue(&slot->wake, &posts);
     if (posts > 0 && sem_trywait(&slot->wake) == 0) return true;
-    SpinPause(round, slot->pool->submitter_cpu);
+    if (!SpinPause(slot->pool->submitter_cpu)) return false;
   }
   return false;
 }
@@ -167,26 +167,20 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool) {
 
 int SpinRounds() {
   // Items are often tiny: the partner's answer then comes within microseconds, far sooner than
-  // a futex sleep and wake-up on both sides. The bound (a few hundred microseconds at most)
-  // keeps an idle pool from burning the CPU. On a single processor the partner cannot run
-  // while we spin, so there each of a few rounds gives the processor away instead.
-  static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 2048 : 4;
+  // a futex sleep and wake-up on both sides. The bound (some tens of microseconds) keeps an
+  // idle pool from burning the CPU. A single processor never spins (see SpinPause).
+  static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 1024 : 0;
   return rounds;
 }
 
-void SpinPause(int round, const std::atomic<int>& partner_cpu) {
-  // A producer and two workers share two CPUs, and on a loaded machine the scheduler often
-  // puts all three on one: a spinner then holds the CPU its partner is queued for, and must
-  // yield it soon (measured: yielding every eighth round triples a flood's rate against
-  // yielding rarely). When the partner runs elsewhere, a yield would only hand this CPU to
-  // another process and delay our own answer, so there it is rare.
-  static const bool single_cpu = sysconf(_SC_NPROCESSORS_ONLN) <= 1;
-  const bool partner_here = partner_cpu.load(std::memory_order_relaxed) == sched_getcpu();
-  if (single_cpu || (round % 8 == 7 && partner_here) || round % 256 == 128) {
-    sched_yield();
-  } else {
-    CpuRelax();
-  }
+bool SpinPause(const std::atomic<int>& partner_cpu) {
+  // On a loaded machine the scheduler often puts the producer and the workers on one CPU. A
+  // spinner there holds the CPU its partner is queued for; measured, yielding it hands the
+  // CPU to other processes for whole time slices, while a futex sleep gets the wake-up
+  // preference. So a spinner whose partner last ran on its own CPU blocks at once.
+  if (partner_cpu.load(std::memory_order_relaxed) == sched_getcpu()) return false;
+  CpuRelax();
+  return true;
 }
 
 void FreeWorkerSlot(WorkerSlot* slot) {
