@@ -1,6 +1,7 @@
 // Event ping-pong between two threads: the library's manual-reset events against a pair of
-// eventfds. One iteration is one round trip: the benchmark thread signals "ping", an echo
-// thread answers with "pong".
+// eventfds. A round trip: the benchmark thread signals "ping", an echo thread answers with
+// "pong". Both threads on one CPU (every hand-over is a switch on that CPU), then on two
+// (every hand-over wakes the other CPU); the contenders take turns round by round.
 #include <benchmark/benchmark.h>
 
 #include <errno.h>
@@ -13,6 +14,8 @@
 #include <thread>
 
 #include "oxa_event.h"
+
+#include "side_by_side.h"
 
 namespace {
 
@@ -120,25 +123,50 @@ class EventFdPair {
   std::thread echo_;
 };
 
+constexpr int kRounds = 7;
+constexpr long kTripsPerRound = 20000;
+
+// Nanoseconds per round trip of one pair, or a negative value when a round trip failed.
 template <typename Pair>
-void RunPingPong(benchmark::State& state) {
-  Pair pair;
-  if (!pair.ok()) {
-    state.SkipWithError("could not create the pair");
-    return;
-  }
-  for (auto _ : state) {
-    if (!pair.RoundTrip()) {
-      state.SkipWithError("a round trip failed or timed out");
-      break;
-    }
-  }
+double TimeRoundTrips(Pair* pair) {
+  bool ok = true;
+  const double ns =
+      oxa_bench::NanosPerCall(kTripsPerRound, [&](long) { ok = ok && pair->RoundTrip(); });
+  return ok ? ns : -1;
 }
 
-void BM_OxaEventPingPong(benchmark::State& state) { RunPingPong<OxaEventPair>(state); }
-BENCHMARK(BM_OxaEventPingPong)->UseRealTime();
-
-void BM_EventFdPingPong(benchmark::State& state) { RunPingPong<EventFdPair>(state); }
-BENCHMARK(BM_EventFdPingPong)->UseRealTime();
+// Argument 1: both threads on one CPU; 2: the echo thread on one, the benchmark thread on
+// another. Counters: the median cost of a round trip of each (ns), its spread, and the ratio
+// of the rates, liboxa / eventfd (1.0: as fast as eventfd).
+void BM_EventPingPong(benchmark::State& state) {
+  const bool two_cpus = state.range(0) == 2;
+  oxa_bench::Samples oxa_ns;
+  oxa_bench::Samples efd_ns;
+  for (auto _ : state) {
+    oxa_bench::ScopedPin pin(oxa_bench::NthCpu(0));  // the echo threads start here
+    OxaEventPair oxa_pair;
+    EventFdPair efd_pair;
+    if (!oxa_pair.ok() || !efd_pair.ok()) {
+      state.SkipWithError("could not create the pairs");
+      return;
+    }
+    if (two_cpus) oxa_bench::PinTo(oxa_bench::NthCpu(1));
+    bool failed = false;
+    oxa_bench::Interleave(kRounds, 2, [&](int who, int) {
+      const double ns = who == 0 ? TimeRoundTrips(&oxa_pair) : TimeRoundTrips(&efd_pair);
+      failed = ns < 0;
+      (who == 0 ? oxa_ns : efd_ns).values.push_back(ns);
+      return !failed;
+    });
+    if (failed) {
+      state.SkipWithError("a round trip failed or timed out");
+      return;
+    }
+  }
+  oxa_bench::Report(state, "oxa_ns", oxa_ns);
+  oxa_bench::Report(state, "eventfd_ns", efd_ns);
+  state.counters["oxa/eventfd"] = efd_ns.Median() / oxa_ns.Median();
+}
+BENCHMARK(BM_EventPingPong)->ArgName("cpus")->Arg(1)->Arg(2)->Iterations(1)->UseRealTime();
 
 }  // namespace

@@ -108,10 +108,10 @@ OXA_API void* OXA_AsyncIO_CreateQueueEx_New(int workers);
 /** OXA_AsyncIO_CreateQueueEx_New((OXA_GetCPUNumber() + 1) * 2). */
 OXA_API void* OXA_AsyncIO_CreateQueueEx2(void);
 /**
- * Stops every worker (each notices within about 500 ms), waits for them, closes their epoll
- * instances and frees the queue. Sockets still bound stay bound: unbind them first. Returns
- * 0, or -1 for a null or (void*)-1 handle. Must not be called from one of the queue's
- * callbacks.
+ * Stops every worker (an idle worker notices at once: it is woken, not polled), waits for
+ * them, closes their epoll instances and frees the queue. Sockets still bound stay bound: unbind
+ * them first. Returns 0, or -1 for a null or (void*)-1 handle. Must not be called from one of the
+ * queue's callbacks.
  */
 OXA_API int OXA_AsyncIO_DestroyQueueEx(void* queue);
 /**
@@ -170,7 +170,9 @@ OXA_API int OXA_AsyncIO_SendToEx(int fd, const void* data, int len, void* contex
  * Queues a receive of up to len bytes into buf, which must stay valid until the callback
  * (error 0 and the count received; a closed peer gives 0 bytes with the errno value current
  * at that moment). Returns 0, or -1 when fd is outside 0..65535 or not bound, 3840 receive
- * requests are already queued, or memory runs out.
+ * requests are already queued, or memory runs out; -4, with nothing queued, when len is
+ * negative (the bad-length value of the send side). A length of 0 is queued and completes
+ * with 0 bytes.
  */
 OXA_API int OXA_AsyncIO_RecvEx(int fd, void* buf, int len, void* context,
                                OXA_AIO_CALLBACK callback);
@@ -334,7 +336,7 @@ class OXA_API CSocketOperation {
   int PushUDPSendRequest(void* data, int len, void* context, OXA_ADDR_T* to, OXA_AIO_CALLBACK cb);
   /** Starts a non-blocking connect and queues its completion: 0 or -1. */
   int PushConnectRequest(void* context, OXA_ADDR_T* to, OXA_AIO_CALLBACK cb);
-  /** Queues a receive-side request; the buffer is not copied. 0 or -1. */
+  /** Queues a receive-side request; the buffer is not copied. 0, -1, or -4 for len below 0. */
   int PushRecvRequest(OXA_IO_TYPE type, void* buf, int len, void* context, OXA_ADDR_T* addr,
                       OXA_AIO_CALLBACK cb);
   /** PushRecvRequest(OXA_IO_RECV, buf, len, context, null, cb). */

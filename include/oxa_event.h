@@ -73,7 +73,7 @@ typedef struct OXA_EVENT_T {
   int32_t lTriggered;     /**< the OXA_FD_* bit found by the last multiple wait */
   int32_t lReserved;      /**< 0 */
   int32_t iErrorCode;     /**< error found with the last triggered network event */
-  pthread_mutex_t hLock;  /**< serialises set and reset */
+  pthread_mutex_t hLock;  /**< serialises sets (a reset only drains, and needs none) */
 } OXA_EVENT_T;
 
 /** An event handle: a pointer to the event's record, null for none. */

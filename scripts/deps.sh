@@ -8,7 +8,7 @@ for kind in "$@"; do
   case "$kind" in
     host) ;;
     armhf) want+=(g++-arm-linux-gnueabihf qemu-user) ;;
-    bench) want+=(libbenchmark-dev libspdlog-dev) ;;
+    bench) want+=(libbenchmark-dev libspdlog-dev libuv1-dev) ;;
     *) echo "deps.sh: unknown set '$kind'" >&2; exit 2 ;;
   esac
 done

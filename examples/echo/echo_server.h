@@ -28,6 +28,8 @@
 #include "oxa_aio.h"
 #include "oxa_socket.h"
 
+#include "worker_priority.h"
+
 namespace oxa_echo {
 
 // A queue handle of -1 is how the library reports a queue that could not be made.
@@ -79,8 +81,8 @@ class EchoServer {
     return true;
   }
 
-  // Stops accepting, unbinds and closes every connection, destroys the queue (its workers
-  // notice within about 500 ms). Safe to call more than once.
+  // Stops accepting, unbinds and closes every connection, destroys the queue. Safe to call more
+  // than once.
   void Stop() {
     stopping_.store(true);
     if (acceptor_.joinable()) acceptor_.join();
@@ -117,6 +119,7 @@ class EchoServer {
   static constexpr unsigned int kAcceptPollMs = 100;  // how soon the acceptor notices Stop
 
   void AcceptLoop() {
+    WorkerPriority priority;  // so that busy workers cannot hold new connections back
     while (!stopping_.load()) {
       const int fd = OXA_Accept(listener_, nullptr, kAcceptPollMs);
       if (fd == -1) continue;  // time-out, or a failed accept: look at the stop flag again

@@ -1,16 +1,16 @@
 // oxa_echo: an echo server and a load client built on completion queues, for loopback.
 //
 //   oxa_echo server [port [seconds [workers]]]
-//   oxa_echo client host port clients msg_size seconds [workers]
-//   oxa_echo selftest clients msg_size seconds [workers]
+//   oxa_echo client host port clients msg_size seconds [workers [in_flight]]
+//   oxa_echo selftest clients msg_size seconds [workers [in_flight]]
 //
 // The server echoes on 127.0.0.1 (port 0: a free one, printed) for `seconds` (default 60) or
-// until SIGINT or SIGTERM. The client keeps `clients` connections busy for `seconds`, one
-// message of msg_size bytes in flight on each, compares every byte that comes back and
-// prints round trips per second and MB/s. selftest runs both in this process on a free
-// port. workers is the number of completion-queue workers of each queue, 0 or absent for the
-// library's default. Exit status: 0 when every byte came back right, 1 on a mismatch, an
-// error or a time-out, 2 on bad arguments.
+// until SIGINT or SIGTERM. The client keeps `clients` connections busy for `seconds`, with
+// in_flight messages (default 1) of msg_size bytes on their way on each, compares every byte
+// that comes back and prints round trips per second, their latency and MB/s. selftest runs both in
+// this process on a free port. workers is the number of completion-queue workers of each queue, 0
+// or absent for the library's default. Exit status: 0 when every byte came back right, 1 on a
+// mismatch, an error or a time-out, 2 on bad arguments.
 #include <signal.h>
 #include <time.h>
 
@@ -35,10 +35,12 @@ constexpr int kMaxWorkers = 256;
 int Usage() {
   std::fprintf(stderr,
                "usage: oxa_echo server [port [seconds [workers]]]\n"
-               "       oxa_echo client host port clients msg_size seconds [workers]\n"
-               "       oxa_echo selftest clients msg_size seconds [workers]\n"
-               "clients 1-%d, msg_size 1-%d bytes, seconds 1-%d, workers 0-%d (0: default)\n",
-               oxa_echo::kMaxClients, oxa_echo::kMaxMessageBytes, kMaxSeconds, kMaxWorkers);
+               "       oxa_echo client host port clients msg_size seconds [workers [in_flight]]\n"
+               "       oxa_echo selftest clients msg_size seconds [workers [in_flight]]\n"
+               "clients 1-%d, msg_size 1-%d bytes, seconds 1-%d, workers 0-%d (0: default),\n"
+               "in_flight 1-%d\n",
+               oxa_echo::kMaxClients, oxa_echo::kMaxMessageBytes, kMaxSeconds, kMaxWorkers,
+               oxa_echo::kMaxInFlight);
   return 2;
 }
 
@@ -83,6 +85,11 @@ bool Report(const oxa_echo::LoadResult& r) {
               r.seconds, r.RoundTripsPerSecond());
   if (r.round_trips > 0) {
     std::printf(", mean %.0f us each", r.seconds * 1e6 * r.clients / r.round_trips);
+  }
+  if (r.round_trips > 0) {
+    std::printf("\n  latency       p50 %.0f us, p99 %.0f us; slowest connection %llu round trips",
+                r.latency.Percentile(0.5), r.latency.Percentile(0.99),
+                (unsigned long long)r.fewest_round_trips);
   }
   std::printf("\n  payload       %.1f MB/s each way, %.1f MB compared byte by byte\n",
               r.MegabytesPerSecond(), r.verified_bytes / 1e6);
@@ -133,12 +140,14 @@ int RunClient(int argc, char** argv) {
   int size = 0;
   int seconds = 0;
   int workers = 0;
+  int in_flight = 1;
   const Range ranges[] = {{1, 65535, &port},
                           {1, oxa_echo::kMaxClients, &clients},
                           {1, oxa_echo::kMaxMessageBytes, &size},
                           {1, kMaxSeconds, &seconds},
-                          {0, kMaxWorkers, &workers}};
-  if (!ParseAll(argc, argv, 3, 4, ranges, 5)) return Usage();
+                          {0, kMaxWorkers, &workers},
+                          {1, oxa_echo::kMaxInFlight, &in_flight}};
+  if (!ParseAll(argc, argv, 3, 4, ranges, 6)) return Usage();
   const char* host = argv[2];
   OXA_ADDR_T server;
   const int family = std::strchr(host, ':') != nullptr ? 10 : 2;
@@ -155,7 +164,8 @@ int RunClient(int argc, char** argv) {
               clients == 1 ? "" : "s", size, seconds, host, port);
   PrintWorkers(workers);
   std::fflush(stdout);
-  const oxa_echo::LoadResult result = oxa_echo::LoadRun::Run(queue, server, clients, size, seconds);
+  const oxa_echo::LoadResult result =
+      oxa_echo::LoadRun::Run(queue, server, clients, size, seconds, in_flight);
   OXA_AsyncIO_DestroyQueueEx(queue);
   return Report(result) ? 0 : 1;
 }
@@ -165,11 +175,13 @@ int RunSelftest(int argc, char** argv) {
   int size = 0;
   int seconds = 0;
   int workers = 0;
+  int in_flight = 1;
   const Range ranges[] = {{1, oxa_echo::kMaxClients, &clients},
                           {1, oxa_echo::kMaxMessageBytes, &size},
                           {1, kMaxSeconds, &seconds},
-                          {0, kMaxWorkers, &workers}};
-  if (!ParseAll(argc, argv, 2, 3, ranges, 4)) return Usage();
+                          {0, kMaxWorkers, &workers},
+                          {1, oxa_echo::kMaxInFlight, &in_flight}};
+  if (!ParseAll(argc, argv, 2, 3, ranges, 5)) return Usage();
   oxa_echo::EchoServer server;
   if (!server.Start(0, workers)) return 1;
   OXA_ADDR_T where;
@@ -183,7 +195,8 @@ int RunSelftest(int argc, char** argv) {
               clients == 1 ? "" : "s", size, seconds, server.port());
   PrintWorkers(workers);
   std::fflush(stdout);
-  const oxa_echo::LoadResult result = oxa_echo::LoadRun::Run(queue, where, clients, size, seconds);
+  const oxa_echo::LoadResult result =
+      oxa_echo::LoadRun::Run(queue, where, clients, size, seconds, in_flight);
   OXA_AsyncIO_DestroyQueueEx(queue);
   server.Stop();  // after the client has closed its side, so the server saw every byte
   std::printf("  server        %llu connection%s accepted, %.1f MB echoed\n",

@@ -10,7 +10,7 @@
 #include "oxa_socket.h"
 #include "oxa_sync.h"
 
-#include "net/socket_address.h"
+#include "frame/socket_address.h"
 
 namespace oxa::internal {
 namespace {

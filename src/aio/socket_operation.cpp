@@ -22,7 +22,7 @@
 #include "aio/socket_table.h"
 #include "frame/load_order.h"
 #include "frame/scoped_lock.h"
-#include "net/socket_address.h"
+#include "frame/socket_address.h"
 
 using oxa::internal::CDataMemoryPool;
 using oxa::internal::kMaxSockets;
@@ -55,6 +55,7 @@ constexpr int kChunkBytes = CDataMemoryPool::kLargestClass;
 constexpr size_t kMaxQueuedRequests = 3840;
 constexpr size_t kInitialQueueDepth = 64;
 constexpr unsigned int kAlwaysReported = EPOLLERR | EPOLLHUP;
+constexpr int kBadLength = -4;
 
 // A backlog of `backlog` queued sends arms a trim; once the queue has drained to `drained`,
 // the next send of the same kind gives the data pools' free blocks back.
@@ -192,6 +193,8 @@ int CSocketOperation::ChangeSocketOpr(__SOCKET_OPR opr) {
   // Adding an interest registers the descriptor first if it is not registered yet.
   const bool adds = opr == SOCKET_OPR_ADD ||
                     (!registered && (opr == SOCKET_OPR_ADD_READ || opr == SOCKET_OPR_ADD_WRITE));
+  // Already so: the system call would change nothing. (Unregistered, it fails as it must.)
+  if (registered && !adds && wanted == events_) return 0;
   const int op = adds ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
   if (EpollControl(epoll_fd_, op, socket_fd_, wanted) != 0) return OXA_ERROR;
   events_ = wanted;
@@ -232,7 +235,7 @@ void CSocketOperation::PopRecvRequest() {
 
 int CSocketOperation::PushSendRequest(OXA_IO_TYPE type, void* data, int len, void* context,
                                       OXA_ADDR_T* addr, OXA_AIO_CALLBACK cb) {
-  if (len < 1 || data == nullptr || (type == OXA_IO_CONNECT && addr == nullptr)) return -4;
+  if (len < 1 || data == nullptr || (type == OXA_IO_CONNECT && addr == nullptr)) return kBadLength;
   if (queues_ == nullptr) return -6;
   Hold hold(m_sendMutex[socket_fd_]);
   const int configured = __atomic_load_n(&g_max_socket_send_dataMemory, __ATOMIC_RELAXED);
@@ -320,6 +323,8 @@ int CSocketOperation::PushConnectRequest(void* context, OXA_ADDR_T* to, OXA_AIO_
 
 int CSocketOperation::PushRecvRequest(OXA_IO_TYPE type, void* buf, int len, void* context,
                                       OXA_ADDR_T* addr, OXA_AIO_CALLBACK cb) {
+  // A negative length would make the worker receive far past the caller's buffer.
+  if (len < 0) return kBadLength;
   if (queues_ == nullptr) return OXA_ERROR;
   Hold hold(m_recvMutex[socket_fd_]);
   if (queues_->recv_queue.size() >= kMaxQueuedRequests) return OXA_ERROR;

@@ -1,8 +1,9 @@
 // The loop of a completion-queue worker.
 //
-// Each round waits up to 500 ms on the worker's epoll instance; that wait bounds how long a
-// stop request goes unnoticed. When something is ready the worker takes its slot lock,
-// fetches the ready events again without waiting (binding and unbinding may have changed
+// Each round waits on the worker's epoll instance without a time-out: the queue's wake-up
+// descriptor, written once when the queue is destroyed, ends an idle wait, so a stop order is
+// noticed at once and an idle worker costs nothing. When something is ready the worker takes its
+// slot lock, fetches the ready events again without waiting (binding and unbinding may have changed
 // the registrations meanwhile) and handles them in order. Registrations are level-triggered,
 // so at most one request per direction is performed per event and a socket with more
 // queued requests is reported again at the next wait.
@@ -15,6 +16,7 @@
 // looks the socket up again and compares its identity before it touches the object.
 #include <pthread.h>
 #include <sched.h>
+#include <semaphore.h>
 #include <sys/epoll.h>
 
 #include "oxa_aio.h"
@@ -25,8 +27,6 @@
 
 namespace oxa::internal {
 namespace {
-
-constexpr int kWaitMs = 500;
 
 struct Identity {
   unsigned int serial;
@@ -116,6 +116,26 @@ void HandleBatch(AioWorkerSlot* slot, int at_most) {
     HandleEvent(slot, slot->events[i]);
 }
 
+// Workers run at one real-time priority, which has no time slices: a worker that always finds
+// something ready would keep its CPU from the queue's other workers (and from application
+// threads at that priority), and their sockets would starve. After a few batches a worker
+// goes to the back of the line, so busy workers take turns of equal length. A yield with
+// nobody waiting returns at once; one per few batches costs nothing measurable. Turns are
+// counted in batches, not in time: a worker that waited long for its turn would otherwise
+// find its time used up and give the CPU back after a single batch.
+class FairTurn {
+ public:
+  void Batch() {
+    if (++batches_ < kBatchesPerTurn) return;
+    batches_ = 0;
+    sched_yield();
+  }
+
+ private:
+  static constexpr int kBatchesPerTurn = 8;
+  int batches_ = 0;
+};
+
 }  // namespace
 
 void* AioWorkerMain(void* arg) {
@@ -125,9 +145,14 @@ void* AioWorkerMain(void* arg) {
   sched_param param{};
   param.sched_priority = 1;
   pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
-  while (slot->stop.load(std::memory_order_acquire) == 0) {
-    const int ready = epoll_wait(slot->epoll_fd, slot->events, slot->event_capacity, kWaitMs);
+  sem_post(slot->started);  // the starter's semaphore, gone once it returns
+  FairTurn turn;
+  for (;;) {
+    const int ready = epoll_wait(slot->epoll_fd, slot->events, slot->event_capacity, -1);
+    // Pairs with the release store in StopWorkers, made before the wake-up was written.
+    if (slot->stop.load(std::memory_order_acquire) != 0) break;
     if (ready > 0) HandleBatch(slot, ready);  // the events of this first wait are not used
+    turn.Batch();
   }
   return nullptr;
 }

@@ -5,8 +5,11 @@
 
 #include <stdint.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -18,6 +21,18 @@
 #include "support/test_support.h"
 
 namespace oxa_test {
+
+// The process's thread count once a first thread has come and gone: ThreadSanitizer starts a
+// helper thread of its own at the first thread creation, which would count as a leak. A
+// joined thread leaves /proc a little later (much later under qemu), so its entry is awaited.
+inline int SettledThreadCount() {
+  pid_t tid = 0;
+  std::thread([&tid] { tid = static_cast<pid_t>(syscall(SYS_gettid)); }).join();
+  const std::string entry = "/proc/self/task/" + std::to_string(tid);
+  for (int waited_ms = 0; waited_ms < 5000 && access(entry.c_str(), F_OK) == 0; ++waited_ms)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return ThreadCount();
+}
 
 inline void* BadQueue() { return reinterpret_cast<void*>(static_cast<intptr_t>(-1)); }
 

@@ -60,7 +60,7 @@ struct End {
 };
 
 TEST(EchoSoak, EveryByteComesBackInOrder) {
-  const int threads = oxa_test::ThreadCount();
+  const int threads = oxa_test::SettledThreadCount();
   const int fds = oxa_test::OpenFdCount();
   {
     // The ends outlive the queues, so that a failing test never leaves a worker with a
