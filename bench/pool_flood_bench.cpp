@@ -1,23 +1,23 @@
 // Flooding a pool: one producer hands 500,000 tiny items to two workers, waiting whenever both
 // are busy, against the same load posted to a well-made queue-based pool of two threads. The
 // two alternate round by round (and which goes first alternates too), so a change in the
-// machine's load hits both; the counters are the medians over rounds, their spread (lowest and
-// highest round) and the ratio of the medians.
+// machine's load hits both; the counters are the medians over rounds, their spread and the
+// ratio of the medians.
 #include <benchmark/benchmark.h>
 
 #include <semaphore.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <vector>
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
 
 #include "oxa_threadpool.h"
+
+#include "side_by_side.h"
 
 namespace {
 
@@ -83,35 +83,22 @@ double FloodAsio() {
   return rate;
 }
 
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  const size_t mid = values.size() / 2;
-  return values.size() % 2 != 0 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
 void BM_PoolFloodWaitingSubmitterVsAsio(benchmark::State& state) {
-  std::vector<double> oxa;
-  std::vector<double> asio;
+  oxa_bench::Samples oxa;
+  oxa_bench::Samples asio;
   for (auto _ : state) {
-    for (int round = 0; round < kRounds; ++round) {
-      if (round % 2 == 0) {
-        oxa.push_back(FloodOxa());
-        asio.push_back(FloodAsio());
+    oxa_bench::Interleave(kRounds, 2, [&](int contender, int) {
+      if (contender == 0) {
+        oxa.values.push_back(FloodOxa());
       } else {
-        asio.push_back(FloodAsio());
-        oxa.push_back(FloodOxa());
+        asio.values.push_back(FloodAsio());
       }
-    }
+      return true;
+    });
   }
-  const auto [oxa_min, oxa_max] = std::minmax_element(oxa.begin(), oxa.end());
-  const auto [asio_min, asio_max] = std::minmax_element(asio.begin(), asio.end());
-  state.counters["oxa_tasks/s"] = Median(oxa);
-  state.counters["oxa_min"] = *oxa_min;
-  state.counters["oxa_max"] = *oxa_max;
-  state.counters["asio_tasks/s"] = Median(asio);
-  state.counters["asio_min"] = *asio_min;
-  state.counters["asio_max"] = *asio_max;
-  state.counters["ratio"] = Median(oxa) / Median(asio);
+  oxa_bench::Report(state, "oxa_tasks/s", oxa);
+  oxa_bench::Report(state, "asio_tasks/s", asio);
+  state.counters["ratio"] = oxa.Median() / asio.Median();
 }
 BENCHMARK(BM_PoolFloodWaitingSubmitterVsAsio)->Iterations(1)->Unit(benchmark::kSecond);
 
