@@ -7,6 +7,7 @@
 //
 // Lock order: lock_, then the alarm clock's own locks (CheckIdleTimeout adds alarms under
 // lock_). The idle check runs on the clock's thread and takes lock_ like any caller.
+#include <pthread.h>
 #include <stdio.h>
 
 #include <algorithm>
@@ -93,7 +94,8 @@ void* CRealMemoryPool::Alloc() {
     if (check_state_ == kNoCheck) check_state_ = kCheckDue;
   }
   ++used_count_;
-  return node->Lend(OXA_Thread_GetSelfId(), internal::CoarseTickMs());
+  // OXA_Thread_GetSelfId's value, without its call through the library's exported table.
+  return node->Lend(static_cast<OXA_HANDLE>(pthread_self()), internal::CoarseTickMs());
 }
 
 void CRealMemoryPool::Free(void* block) {
