@@ -168,7 +168,8 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool) {
 int SpinRounds() {
   // Items are often tiny: the partner's answer then comes within microseconds, far sooner than
   // a futex sleep and wake-up on both sides. The bound (some tens of microseconds) keeps an
-  // idle pool from burning the CPU. A single processor never spins (see SpinPause).
+  // idle pool from burning the CPU. A single processor never spins: the partner cannot run
+  // while we do.
   static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 1024 : 0;
   return rounds;
 }
