@@ -5,6 +5,7 @@
 // thread_pool_table.h).
 #include <errno.h>
 #include <pthread.h>
+#include <sched.h>
 
 #include <cstddef>
 #include <new>
@@ -50,7 +51,8 @@ void ResetPool(OXA_THREADPOOL_T* pool) {
   pool->mutex = pthread_mutex_t{};
   pool->waiting_submitters = 0;
   pool->free_events.store(0, std::memory_order_relaxed);
-  pool->spinning_workers.store(0, std::memory_order_relaxed);
+  pool->submitter_cpu.store(-1, std::memory_order_relaxed);
+  pool->worker_cpu.store(-1, std::memory_order_relaxed);
   if (pool->workers == nullptr) return;
   for (unsigned int i = 0; i < kMaxWorkers; ++i)
     oxa::internal::FreeWorkerSlot(&pool->workers[i]);
@@ -117,6 +119,7 @@ void HandOver(WorkerSlot* slot, OXA_THREADPOOL_ROUTINE routine, void* arg, bool 
   // A slot that has just been started keeps the empty record it was cleared to: an item that
   // makes the pool grow runs without the submitter's context.
   if (with_trace) oxa::oxa_tlsTraceInfoOper::instance().getTraceInfo(&slot->trace);
+  slot->pool->submitter_cpu.store(sched_getcpu(), std::memory_order_relaxed);
   OXA_SemPost(&slot->wake);
 }
 
@@ -151,7 +154,7 @@ int TryHandOver(OXA_THREADPOOL_T* pool, OXA_THREADPOOL_ROUTINE routine, void* ar
 void SpinForFreeWorker(const OXA_THREADPOOL_T* pool, uint32_t seen) {
   for (int round = oxa::internal::SpinRounds(); round > 0; --round) {
     if (pool->free_events.load(std::memory_order_acquire) != seen || IsStopping(pool)) return;
-    oxa::internal::SpinPause();
+    if (!oxa::internal::SpinPause(pool->worker_cpu)) return;
   }
 }
 

@@ -67,9 +67,10 @@ struct OXA_THREADPOOL_T {
   // Bumped (under mutex) whenever worker_free would be signalled; a submitter that spins
   // briefly before sleeping watches it without the lock.
   std::atomic<uint32_t> free_events;
-  // Workers now looking briefly for their next item before they block; at most one does, so
-  // that spinning workers never crowd out the submitter they are waiting for.
-  std::atomic<uint32_t> spinning_workers;
+  // The CPU the last hand-over came from, and the one the last item started on: a spinner
+  // blocks at once when the partner it waits for may be queued behind it there.
+  std::atomic<int> submitter_cpu;
+  std::atomic<int> worker_cpu;
 };
 
 namespace oxa::internal {
@@ -81,11 +82,13 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool);
 
 // How many times a thread that expects its partner within microseconds looks again before it
 // blocks: a worker that has just finished an item, a submitter that found every worker busy.
-// Zero on a single processor, where spinning only delays the partner. See SpinWait.
+// Zero on a single processor, where spinning only delays the partner.
 int SpinRounds();
 
-// One round of such a wait: a pause of the processor, without giving up the time slice.
-void SpinPause();
+// One round of such a wait for a partner last seen on `partner_cpu`: a pause of the
+// processor; false, without a pause, when the partner may be queued behind us on this CPU
+// and the caller should block instead.
+bool SpinPause(const std::atomic<int>& partner_cpu);
 
 // Clears a slot whole and marks it free.
 void FreeWorkerSlot(WorkerSlot* slot);

@@ -12,6 +12,7 @@
 // that a submission reported as accepted always runs.
 #include <errno.h>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <time.h>
 #include <unistd.h>
@@ -87,20 +88,17 @@ void Retire() {
 }
 
 // A worker that has just finished often gets its next item within microseconds; it looks for
-// it a few times before it blocks. Only one worker of a pool does so at a time.
+// it for a bounded while before it blocks, so a flood of items costs no sleep and wake-up per
+// item. The look is a plain read of the semaphore's count (no atomic write bouncing the line
+// the submitter posts to) until it shows a post.
 bool LookBrieflyForItem(WorkerSlot* slot) {
-  std::atomic<uint32_t>& spinning = slot->pool->spinning_workers;
-  if (spinning.fetch_add(1, std::memory_order_relaxed) != 0) {
-    spinning.fetch_sub(1, std::memory_order_relaxed);
-    return false;
+  for (int round = SpinRounds(); round > 0; --round) {
+    int posts = 0;
+    sem_getvalue(&slot->wake, &posts);
+    if (posts > 0 && sem_trywait(&slot->wake) == 0) return true;
+    if (!SpinPause(slot->pool->submitter_cpu)) return false;
   }
-  bool taken = false;
-  for (int round = SpinRounds(); round > 0 && !taken; --round) {
-    taken = sem_trywait(&slot->wake) == 0;
-    if (!taken) SpinPause();
-  }
-  spinning.fetch_sub(1, std::memory_order_relaxed);
-  return taken;
+  return false;
 }
 
 // Waits for the next post. False when the worker retired instead; the slot is then no longer
@@ -128,6 +126,7 @@ bool AwaitWake(WorkerSlot* slot) {
 void RunItem(WorkerSlot* slot) {
   if (slot->routine == nullptr) return;
   Trace().setTraceInfo(slot->trace);
+  slot->pool->worker_cpu.store(sched_getcpu(), std::memory_order_relaxed);
   slot->routine(slot->arg);
   slot->routine = nullptr;
   slot->arg = nullptr;
@@ -168,12 +167,22 @@ void SignalWorkerFree(OXA_THREADPOOL_T* pool) {
 
 int SpinRounds() {
   // Items are often tiny: the partner's answer then comes within microseconds, far sooner than
-  // a sleep and a wake-up on both sides. The bound keeps an idle pool from burning the CPU.
-  static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 200 : 0;
+  // a futex sleep and wake-up on both sides. The bound (some tens of microseconds) keeps an
+  // idle pool from burning the CPU. A single processor never spins: the partner cannot run
+  // while we do.
+  static const int rounds = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 1024 : 0;
   return rounds;
 }
 
-void SpinPause() { CpuRelax(); }
+bool SpinPause(const std::atomic<int>& partner_cpu) {
+  // On a loaded machine the scheduler often puts the producer and the workers on one CPU. A
+  // spinner there holds the CPU its partner is queued for; measured, yielding it hands the
+  // CPU to other processes for whole time slices, while a futex sleep gets the wake-up
+  // preference. So a spinner whose partner last ran on its own CPU blocks at once.
+  if (partner_cpu.load(std::memory_order_relaxed) == sched_getcpu()) return false;
+  CpuRelax();
+  return true;
+}
 
 void FreeWorkerSlot(WorkerSlot* slot) {
   *slot = WorkerSlot{};

@@ -275,6 +275,29 @@ TEST(ThreadPool, DestroyRunsEveryAcceptedItem) {
   }
 }
 
+// A flood of waiting submissions from two producers into two workers: workers and
+// submitters keep switching between looking briefly and sleeping, and no item may be lost or
+// refused on the way.
+TEST(ThreadPool, FloodOfWaitingSubmissionsRunsEveryItem) {
+  constexpr int kPerProducer = 5000;
+  g_ran = 0;
+  OXA_THREADPOOL pool = OXA_ThreadPool_Create(2, 2);
+  ASSERT_NE(nullptr, pool);
+  std::atomic<int> refused{0};
+  auto produce = [&] {
+    for (int i = 0; i < kPerProducer; ++i) {
+      if (OXA_ThreadPool_WorkEx(pool, CountRun, nullptr, 1) != 0) ++refused;
+    }
+  };
+  std::thread first(produce);
+  std::thread second(produce);
+  first.join();
+  second.join();
+  ASSERT_EQ(0, OXA_ThreadPool_Destroy(pool));
+  EXPECT_EQ(0, refused.load());
+  EXPECT_EQ(2 * kPerProducer, g_ran.load());
+}
+
 // Every worker, initial or extra, blocks until its item arrives: fifty hand-overs to an
 // extra worker with an idle time-out take nowhere near fifty polling steps.
 TEST(ThreadPool, ExtraWorkerTakesItsItemsAsSoonAsTheyArrive) {
