@@ -32,7 +32,7 @@ constexpr char kAcceptFormat[] = "OXA_AsyncIO_AcceptEx %d\n";
 
 int BindSocket(int fd, AioWorkerSlot* slot) {
   {
-    SlotLockHold hold_slot(&slot->lock);
+    PthreadLock hold_slot(&slot->lock);
     Hold send(CSocketOperation::m_sendMutex[fd]);
     Hold recv(CSocketOperation::m_recvMutex[fd]);
     if (LookupSocket(fd) == nullptr) {
@@ -53,7 +53,7 @@ int BindSocket(int fd, AioWorkerSlot* slot) {
 
 int UnbindSocket(int fd, AioWorkerSlot* slot) {
   {
-    SlotLockHold hold_slot(&slot->lock);
+    PthreadLock hold_slot(&slot->lock);
     Hold send(CSocketOperation::m_sendMutex[fd]);
     Hold recv(CSocketOperation::m_recvMutex[fd]);
     CSocketOperation* op = LookupSocket(fd);

@@ -31,18 +31,6 @@ struct AioWorkerSlot {
 // The epoll tag of the wake-up descriptor: never a table index, so batches skip it.
 constexpr int kWakeTag = -1;
 
-// Holds a slot lock for a scope.
-class SlotLockHold {
- public:
-  explicit SlotLockHold(pthread_mutex_t* lock) : lock_(lock) { pthread_mutex_lock(lock_); }
-  ~SlotLockHold() { pthread_mutex_unlock(lock_); }
-  SlotLockHold(const SlotLockHold&) = delete;
-  SlotLockHold& operator=(const SlotLockHold&) = delete;
-
- private:
-  pthread_mutex_t* lock_;
-};
-
 // The worker thread's routine; arg is its AioWorkerSlot.
 void* AioWorkerMain(void* arg);
 

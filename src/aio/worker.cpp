@@ -24,6 +24,7 @@
 #include "aio/completion_queue.h"
 #include "aio/io_operation.h"
 #include "aio/socket_table.h"
+#include "frame/scoped_lock.h"
 
 namespace oxa::internal {
 namespace {
@@ -110,7 +111,7 @@ void HandleEvent(AioWorkerSlot* slot, const epoll_event& event) {
 
 // Handles one batch: at most `at_most` events fetched again under the slot lock.
 void HandleBatch(AioWorkerSlot* slot, int at_most) {
-  SlotLockHold hold(&slot->lock);
+  PthreadLock hold(&slot->lock);
   const int count = epoll_wait(slot->epoll_fd, slot->events, at_most, 0);
   for (int i = 0; i < count; ++i)
     HandleEvent(slot, slot->events[i]);
