@@ -4,7 +4,7 @@ BUILD ?= build
 JOBS  ?= $(shell nproc)
 FUZZ_SECONDS ?= 180
 
-.PHONY: demo test bench fuzz host armhf asan tsan format clean
+.PHONY: demo test bench fuzz host armhf asan tsan package release docs format clean
 
 demo:
 	scripts/deps.sh host
@@ -19,6 +19,17 @@ test:
 host armhf asan tsan:
 	scripts/deps.sh host armhf
 	scripts/test.sh $@
+
+# Debian packages for amd64 and armhf and the device test bundle, in $(BUILD)/packages.
+# `make release` builds them and checks them as `make test` does.
+package release:
+	scripts/deps.sh host armhf
+	BUILD=$(BUILD) JOBS=$(JOBS) scripts/test.sh $@
+
+# The HTML API reference, in $(BUILD)/docs/html; an undocumented public name fails the build.
+docs:
+	scripts/deps.sh docs
+	scripts/docs.sh $(BUILD)/docs
 
 bench:
 	scripts/deps.sh host bench

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: the umbrella header. Include this one, or only the family headers you need.
  */
 #ifndef OXA_H_
@@ -13,11 +13,11 @@
 #include "oxa_file.h"
 #include "oxa_frame.h"
 #include "oxa_hash.h"
-#include "oxa_netclass.h"
 #include "oxa_lockfree.h"
 #include "oxa_log.h"
 #include "oxa_memory.h"
 #include "oxa_msgq.h"
+#include "oxa_netclass.h"
 #include "oxa_netflow.h"
 #include "oxa_netinfo.h"
 #include "oxa_socket.h"

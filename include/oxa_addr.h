@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: network addresses. The address record, address family selectors, the library-wide
  * default family, and conversions between addresses, integers and text.
  *

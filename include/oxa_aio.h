@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: asynchronous socket I/O through completion queues.
  *
  * A completion queue is a fixed group of worker threads, each with its own epoll instance.

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: the alarm clock, one-shot alarms run on a thread of their own.
  */
 #ifndef OXA_ALARM_H_

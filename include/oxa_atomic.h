@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: atomic operations on 32-bit integers and the shared (reader-writer) mutex.
  *
  * Two atomic families live here. The OXA_Atomic* functions serialise on one process-wide lock

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: basic types, result values and the export marker shared by every family header.
  */
 #ifndef OXA_BASE_H_

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: manual-reset events built on pipes, waited on singly or in groups with poll, and
  * socket events whose readiness is reported as network-event bits.
  *

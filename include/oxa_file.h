@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: files, directories and shared objects. A thin layer over system descriptors with
  * the library's own open, permission and file-type codes. Offsets and sizes are 64-bit on
  * every target, so files beyond 4 GiB work on the 32-bit target too.

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: library start and stop, version, the per-thread last-error slot and debug output.
  */
 #ifndef OXA_FRAME_H_

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: two fixed-capacity hash tables (string keys, unsigned integer keys) with open
  * addressing and double hashing, and a byte ring buffer that hands its contents to a reader
  * callback.

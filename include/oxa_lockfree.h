@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: reference-counted objects and the lock-free queue that hands them between threads.
  *
  * oxa::oxa_refobj is the counting base (inherit it virtually); oxa::cshared_ptr holds one

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: the log service. An asynchronous, process-wide text log: callers format a line,
  * the line is stamped and queued, and one writer thread sends it to standard output, the
  * debug stream (standard error) and a set of numbered, rotating files.

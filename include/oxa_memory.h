@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: memory. Guarded blocks, the fixed-size pool (equal blocks, idle shrinking, leak
  * report), the variable-size pool (requests carved from pooled chunks), the process-wide pool
  * by size class, and aligned allocation.

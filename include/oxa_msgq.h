@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: in-process message queues.
  *
  * Two independent queues live here:

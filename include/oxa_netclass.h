@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: object forms of the IPv4 networking functions: an address class with host:port text,
  * a stateless set of socket operations whose waits take a time-out in milliseconds, and
  * byte-order and host-name helpers. C++ only. They call the system directly and report

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: network-flow counters, the kernel's per-interface traffic totals from
  * "/proc/net/dev".
  *

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: host and adapter information. The host name, the hardware address behind an IPv4
  * address, the list of network adapters with their IPv4 and IPv6 addresses, name resolution
  * into address records, and byte-order conversion.

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: sockets. A thin layer over the system's socket calls: creation with the dual-stack
  * family, binding, accepting and connecting with time-outs, whole-buffer send and receive
  * loops driven by poll, select and poll wrappers, and one function per socket option.

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: strings and numbers. Integer to text in bases 2 to 36, text to 32- and 64-bit
  * integers with the library's own base detection and overflow rules, byte-string functions
  * whose edge behaviour is the library's own, and UTF-8 <-> EUC-CN conversion (C++ only).

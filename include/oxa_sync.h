@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: mutexes, semaphores and condition variables over caller-owned storage, and the
  * classes that own them in place.
  */

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: system information and small services: sleeping, a random number, zeroing memory,
  * the processor count, unique identifiers and their text form, per-processor time counters
  * and memory figures.

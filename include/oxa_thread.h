@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: threads and thread-local keys. A new thread inherits its creator's trace context.
  */
 #ifndef OXA_THREAD_H_

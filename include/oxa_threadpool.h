@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: pools of worker threads that run one routine with one argument at a time.
  *
  * All pools live in one process-wide table of 64 pools; a pool handle points into that table

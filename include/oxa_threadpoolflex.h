@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: the flexible thread pool, a shared work queue served by detached workers.
  *
  * A pool has one handler; callers queue void* data items, and each item is passed to the

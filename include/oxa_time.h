@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: time values (microseconds since 1970-01-01 UTC), monotonic millisecond ticks,
  * calendar conversion and text forms.
  */

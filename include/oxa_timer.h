@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: periodic timers. Each timer runs its callback on a thread of its own, first at once
  * and then again one period after each call returns, until it is killed. At most 256 timers
  * exist at a time; a timer id is the index of its slot, 0 to 255, and the lowest free id is

@@ -1,4 +1,4 @@
-/*
+/** \file
  * liboxa: the per-thread trace context that follows work from thread to thread.
  */
 #ifndef OXA_TRACE_H_

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build, the tests and the demo need, and nothing when all is there.
-# Usage: scripts/deps.sh [host|armhf|bench|fuzz]...
+# Usage: scripts/deps.sh [host|armhf|bench|fuzz|docs]...
 set -euo pipefail
 
 want=(cmake make g++ pkg-config googletest uuid-dev libboost-dev)
@@ -10,6 +10,7 @@ for kind in "$@"; do
     armhf) want+=(g++-arm-linux-gnueabihf qemu-user) ;;
     bench) want+=(libbenchmark-dev libspdlog-dev libuv1-dev) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
+    docs) want+=(doxygen) ;;
     *) echo "deps.sh: unknown set '$kind'" >&2; exit 2 ;;
   esac
 done

@@ -1,30 +1,66 @@
 #!/usr/bin/env bash
 # Builds and runs the test suite: on the host, on armhf under qemu-arm, on the host under
 # AddressSanitizer and UndefinedBehaviorSanitizer, and on the host under ThreadSanitizer, then
-# runs every libFuzzer target briefly. Warnings are errors throughout.
-# Usage: scripts/test.sh all|host|armhf|asan|tsan|fuzz
+# runs every libFuzzer target briefly. Warnings are errors throughout. "package" builds the
+# Debian packages for amd64 and armhf and the device test bundle from the host and armhf
+# builds; "release" also checks them (and "all" does): consumers built against the unpacked
+# amd64 packages, and the bundle's run-tests.sh under qemu-arm from the unpacked tarball.
+# Usage: scripts/test.sh all|host|armhf|asan|tsan|fuzz|package|release
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD:-build}
 jobs=${JOBS:-$(nproc)}
 what=${1:-all}
 
-run_suite() {  # name, extra cmake arguments...
+build_suite() {  # name, extra cmake arguments...
   local name=$1; shift
   echo "==== $name: configure and build"
   cmake -S . -B "$build/$name" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOXA_WERROR=ON "$@" >/dev/null
   cmake --build "$build/$name" -j "$jobs"
+}
+run_suite() {  # name, extra cmake arguments...
+  local name=$1
+  build_suite "$@"
   echo "==== $name: test"
   (cd "$build/$name" && ctest --output-on-failure -j "$((jobs * 2))" --timeout 120)
 }
+armhf_args=(-DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake
+            -DOXA_ARMHF_SYSROOT="$PWD/$build/armhf-sysroot")
 
 if [[ $what == all || $what == host ]]; then
   run_suite host
 fi
-if [[ $what == all || $what == armhf ]]; then
+if [[ $what == all || $what == armhf || $what == package || $what == release ]]; then
   scripts/armhf-sysroot.sh "$build/armhf-sysroot"
-  run_suite armhf -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
-    -DOXA_ARMHF_SYSROOT="$PWD/$build/armhf-sysroot" -DOXA_BUILD_EXAMPLES=OFF
+fi
+if [[ $what == all || $what == armhf ]]; then
+  run_suite armhf "${armhf_args[@]}"
+fi
+if [[ $what == all || $what == package || $what == release ]]; then
+  # The same builds as the host and armhf suites (a no-op after them), then CPack and the bundle.
+  build_suite host
+  build_suite armhf "${armhf_args[@]}"
+  echo "==== package: Debian packages and the device test bundle in $build/packages"
+  rm -rf "$build/packages"
+  for arch in host armhf; do
+    (cd "$build/$arch" && cpack -B "$PWD/../packages" >/dev/null)
+  done
+  rm -rf "$build/packages/_CPack_Packages"
+  scripts/bundle.sh "$build/armhf" "$build/packages/oxa-tests-armhf.tar.gz"
+  ls -l "$build/packages"
+fi
+if [[ $what == all || $what == release ]]; then
+  echo "==== package: consumers against the unpacked amd64 packages"
+  cmake -DSOURCE_DIR="$PWD" -DDEBS="$(ls "$PWD/$build/packages"/*_amd64.deb | tr '\n' ';')" \
+    -DWORK_DIR="$PWD/$build/package-check" -P tests/install/check.cmake
+  echo "==== package: the device test bundle under qemu-arm"
+  rm -rf "$build/bundle-check"
+  mkdir -p "$build/bundle-check"
+  tar -C "$build/bundle-check" -xzf "$build/packages/oxa-tests-armhf.tar.gz"
+  sysroot="$PWD/$build/armhf-sysroot"
+  LD_LIBRARY_PATH="$sysroot/usr/lib/arm-linux-gnueabihf" \
+    "$build/bundle-check/oxa-tests-armhf/run-tests.sh" qemu-arm -L /usr/arm-linux-gnueabihf \
+    -E GCONV_PATH="$sysroot/usr/lib/arm-linux-gnueabihf/gconv"
 fi
 if [[ $what == all || $what == asan ]]; then
   # The suppressions file names each deliberate leak of the library with its reason.

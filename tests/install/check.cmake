@@ -1,7 +1,13 @@
 # Installs the build into a fresh prefix, then builds and runs a C and a C++ consumer against
 # it twice: through pkg-config and through find_package(oxa).
-# Arguments: -DSOURCE_DIR -DBUILD_DIR -DWORK_DIR
-set(prefix ${WORK_DIR}/prefix)
+# Arguments: -DSOURCE_DIR -DBUILD_DIR -DWORK_DIR, or -DSOURCE_DIR -DDEBS -DWORK_DIR to unpack
+# the listed Debian packages (runtime and development) into a scratch root with dpkg -x
+# instead, and use its usr/ as the prefix.
+if(DEBS)
+  set(prefix ${WORK_DIR}/root/usr)
+else()
+  set(prefix ${WORK_DIR}/prefix)
+endif()
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR})
 set(consumer ${SOURCE_DIR}/tests/install/consumer)
@@ -14,7 +20,23 @@ function(run)
   message(STATUS "${out}")
 endfunction()
 
-run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+if(DEBS)
+  foreach(deb ${DEBS})
+    execute_process(COMMAND dpkg-deb -f ${deb} Package Architecture Depends OUTPUT_VARIABLE fields)
+    message(STATUS "${deb}:\n${fields}")
+    run(dpkg -x ${deb} ${WORK_DIR}/root)
+  endforeach()
+  # The development link points at the runtime package's file, named by the library's SONAME.
+  execute_process(COMMAND readelf -d ${prefix}/lib/liboxa.so OUTPUT_VARIABLE dynamic)
+  if(NOT dynamic MATCHES "Library soname: \\[(liboxa\\.so\\.[0-9]+)\\]")
+    message(FATAL_ERROR "liboxa.so has no SONAME liboxa.so.N:\n${dynamic}")
+  endif()
+  if(NOT EXISTS ${prefix}/lib/${CMAKE_MATCH_1})
+    message(FATAL_ERROR "the packages hold no ${CMAKE_MATCH_1}")
+  endif()
+else()
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+endif()
 foreach(header oxa.h oxa_base.h oxa_frame.h)
   if(NOT EXISTS ${prefix}/include/${header})
     message(FATAL_ERROR "${header} not installed in ${prefix}/include")
