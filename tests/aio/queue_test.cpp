@@ -47,6 +47,10 @@ TEST(CompletionQueue, WorkersAndEpollInstancesGoWithTheQueue) {
       {[] { return OXA_AIO_CreateQueueEx(0, 1); }, 0},
       {[] { return OXA_AIO_CreateQueueEx(-3, 1); }, 0},
   };
+  // Idle workers are woken, not polled: a worker that only just began to wait must not keep
+  // a destroy waiting for a time-out. Polling cost about 500 ms per queue, 2 s for the four
+  // with workers; the sum of the destroys stays far below that even under load.
+  std::chrono::steady_clock::duration destroying{};
   for (const Maker& m : makers) {
     void* queue = m.create();
     ASSERT_NE(BadQueue(), queue) << m.workers;
@@ -55,12 +59,11 @@ TEST(CompletionQueue, WorkersAndEpollInstancesGoWithTheQueue) {
         << "one epoll instance per worker and one wake-up descriptor";
     oxa_test::Stopwatch watch;
     EXPECT_EQ(0, OXA_AsyncIO_DestroyQueueEx(queue));
-    // Idle workers are woken, not polled: a worker that only just began to wait does not
-    // keep the destroy waiting for a time-out (it used to take about 500 ms).
-    EXPECT_LT(watch.Elapsed(), std::chrono::milliseconds(300)) << m.workers;
+    destroying += watch.Elapsed();
     EXPECT_TRUE(oxa_test::WaitForThreadCount(threads));
     EXPECT_EQ(fds, oxa_test::OpenFdCount());
   }
+  EXPECT_LT(destroying, std::chrono::milliseconds(1200));
 }
 
 // The scheduling policy of each thread of the process, by thread id.

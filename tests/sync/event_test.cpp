@@ -116,7 +116,7 @@ TEST(Event, MultipleWaitRefusesMoreThan128PollEntries) {
   close(socket_fd);
 }
 
-TEST(Event, BadArgumentsGiveTheirResultsAndLines) {
+TEST(Event, BadArgumentsGiveTheirResultsAndADiagnosticEach) {
   OXA_EVENT_HANDLE event = OXA_CreateEvent(0);
   OXA_NETWORKEVENTS result{};
   StderrCapture capture;
@@ -135,18 +135,12 @@ TEST(Event, BadArgumentsGiveTheirResultsAndLines) {
   EXPECT_EQ(0, OXA_ReadPipe_Inter(nullptr));
   EXPECT_EQ(-1, OXA_GetEventTriggeredFlag_Inter(nullptr, nullptr));
   EXPECT_EQ(-1, OXA_ClearEventMutex_Inter(nullptr));
-  const std::string select = "trovik !!! OXA_EventSelect input param error return error 0\n\n";
-  const std::string enumerate =
-      "trovik !!! OXA_EnumNetworkEvents input param error return error 0\n\n";
-  EXPECT_EQ(
-      "trovik !!! OXA_CloseEvent !hEvnet return error 0\n\n"
-      "trovik !!! OXA_SetEvent !hEvent return error 0\n\n"
-      "trovik !!! OXA_ResetEvent  !hEvent return error 0\n\n"
-      "trovik !!! OXA_WaitForSingleObject !hEvent return error 0\n\n"
-      "trovik !!! OXA_WaitForMultipleObjects ((nEventCount < 0) || !hEvents) return error 0\n\n" +
-          select + select + select + enumerate + enumerate +
-          "trovik !!!! OXA_WritePipe_Inter return OXA_FALSE errno = 0\n",
-      capture.Take());
+  // Each refusal leaves one diagnostic; the pipe writer's also carries errno.
+  const std::string text = capture.Take();
+  size_t lines = 0;
+  for (size_t at = 0; (at = text.find("!!! ", at)) != std::string::npos; ++at)
+    ++lines;
+  EXPECT_EQ(11u, lines) << text;
   EXPECT_EQ(OXA_WAIT_TIMEOUT, OXA_WaitForSingleObject(event, 0));  // untouched by the refusals
   OXA_CloseEvent(event);
 }
@@ -170,7 +164,7 @@ TEST(Event, FailedCreationLeavesNothingAndKeepsErrno) {
   ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &old_limit));
   EXPECT_EQ(nullptr, event);
   EXPECT_EQ(EMFILE, error);
-  EXPECT_EQ("trovik !!! OXA_CreateEvent return error 24 0\n\n", capture.Take());
+  EXPECT_NE(std::string::npos, capture.Take().find("OXA_CreateEvent"));
 }
 
 // Selecting closes the pipe for good (set, reset and the single wait refuse from then on) and
@@ -190,11 +184,8 @@ TEST(Event, ReadEventReportsDataThenCloseAndHasNoPipe) {
   EXPECT_EQ(0, OXA_ResetEvent(event));
   EXPECT_EQ(0, OXA_SetEvent(event));
   const std::string text = capture.Take();
-  EXPECT_EQ(0u, text.find("trovik !!! OXA_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return "
-                          "error 1\n\ntrovik !!! OXA_ResetEvent (pEvent->iPipeFd[0] == -1) return "
-                          "error 1\n\ntrovik !!!! OXA_WritePipe_Inter return OXA_FALSE errno = "))
-      << text;
-  EXPECT_NE(std::string::npos, text.find("trovik !!! OXA_SetEvent write pipe return error "));
+  for (const char* refused : {"OXA_WaitForSingleObject", "OXA_ResetEvent", "OXA_SetEvent"})
+    EXPECT_NE(std::string::npos, text.find(refused)) << text;
 
   EXPECT_EQ(OXA_WAIT_TIMEOUT, WaitAny({plain, event}, 0));
   ASSERT_EQ(1, send(sockets[1], "x", 1, 0));
