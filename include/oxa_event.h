@@ -7,8 +7,9 @@
  * turns an event into a socket event for good: its pipe is closed, OXA_SetEvent and
  * OXA_ResetEvent fail on it from then on, and only OXA_WaitForMultipleObjects waits on it.
  *
- * Failures print one line starting with "trovik" on standard error (OXA_OutputDebug) and leave
- * errno as the failing system call set it.
+ * Most failures print one line starting with "trovik" on standard error (OXA_OutputDebug) and
+ * leave errno as the failing system call set it; the multiple wait reports its time-outs and
+ * poll failures by its result only. Nothing is stored in the last-error slot.
  */
 #ifndef OXA_EVENT_H_
 #define OXA_EVENT_H_
@@ -29,12 +30,15 @@ extern "C" {
 #define OXA_FD_CONNECT 16 /**< a non-blocking connect has finished */
 #define OXA_FD_CLOSE 32   /**< the peer closed: readable with nothing to read */
 
-/** Indexes into OXA_NETWORKEVENTS.iErrorCode: the bit number of each event. */
+/** \name Bit numbers of the network events */
+/**@{*/
+/** An index into OXA_NETWORKEVENTS.iErrorCode: the bit number of the OXA_FD_* event. */
 #define OXA_FD_READ_BIT 0
 #define OXA_FD_WRITE_BIT 1
 #define OXA_FD_ACCEPT_BIT 3
 #define OXA_FD_CONNECT_BIT 4
 #define OXA_FD_CLOSE_BIT 5
+/**@}*/
 /** Number of slots in OXA_NETWORKEVENTS.iErrorCode. */
 #define OXA_FD_MAX_EVENTS 6
 
@@ -56,9 +60,8 @@ extern "C" {
  */
 #define OXA_MAXIMUM_WAIT_ENTRIES 128
 
-/** Poll-interest bits of a socket event (OXA_EVENT_T.uPollFlags). */
-#define OXA_EVENT_POLL_READ 1u
-#define OXA_EVENT_POLL_WRITE 2u
+#define OXA_EVENT_POLL_READ 1u  /**< OXA_EVENT_T.uPollFlags: poll the socket for reading */
+#define OXA_EVENT_POLL_WRITE 2u /**< OXA_EVENT_T.uPollFlags: poll the socket for writing */
 
 /**
  * An event. Made by OXA_CreateEvent, freed by OXA_CloseEvent; a handle points to one. The
@@ -93,21 +96,26 @@ typedef struct OXA_NETWORKEVENTS {
 OXA_API OXA_EVENT_HANDLE OXA_CreateEvent(int initial_state);
 
 /**
- * Closes the event's pipe (if it still has one), destroys its lock and frees it. 1; 0 for a
- * null handle. No other thread may use the event during or after the call.
+ * Closes the event's pipe (if it still has one), destroys its lock and frees it; the socket of
+ * a socket event stays open. 1 (OXA_TRUE); 0 for a null handle (prints "trovik !!!
+ * OXA_CloseEvent !hEvnet return error 0"). No other thread may use the event during or after
+ * the call.
  */
 OXA_API int OXA_CloseEvent(OXA_EVENT_HANDLE event);
 
 /**
  * Signals the event. Setting a signalled event keeps it signalled once: a single reset clears
- * it however often it was set. 1; 0 for a null handle or when the pipe cannot be drained or
- * written (always so for a socket event). Thread-safe against OXA_SetEvent and OXA_ResetEvent.
+ * it however often it was set. 1 (OXA_TRUE); 0 for a null handle or when the pipe cannot be
+ * drained or written (always so for a socket event), each with its "trovik" line and errno.
+ * Thread-safe against OXA_SetEvent and OXA_ResetEvent.
  */
 OXA_API int OXA_SetEvent(OXA_EVENT_HANDLE event);
 
 /**
- * Clears the event. 1; 0 for a null handle, a socket event (no pipe), or when the pipe cannot
- * be drained. Thread-safe against OXA_SetEvent and OXA_ResetEvent.
+ * Clears the event; clearing one that is not signalled changes nothing. 1 (OXA_TRUE); 0 for a
+ * null handle or a socket event (no pipe), each with its "trovik" line, or when the pipe
+ * cannot be drained (errno set). Takes no lock; a reset racing with a set ends as if one of
+ * them came first. Thread-safe against OXA_SetEvent and OXA_ResetEvent.
  */
 OXA_API int OXA_ResetEvent(OXA_EVENT_HANDLE event);
 
@@ -139,8 +147,10 @@ OXA_API unsigned int OXA_WaitForMultipleObjects(int count, const OXA_EVENT_HANDL
  * Turns the event into a socket event that watches socket for the OXA_FD_* bits in
  * network_events: closes the event's pipe (for good), stores the bits and the socket and makes
  * the socket non-blocking. Reading is watched for OXA_FD_READ, OXA_FD_ACCEPT and OXA_FD_CLOSE,
- * writing for OXA_FD_WRITE, both for OXA_FD_CONNECT. 0; -1 for socket -1, a null handle or no
- * bits. Must not race with other calls on the same event.
+ * writing for OXA_FD_WRITE, both for OXA_FD_CONNECT. A failure to make the socket
+ * non-blocking is not reported. 0; -1 for socket -1, a null handle or no bits, with the line
+ * "trovik !!! OXA_EventSelect input param error return error 0" and the event unchanged. Must
+ * not race with other calls on the same event.
  */
 OXA_API int OXA_EventSelect(int socket, OXA_EVENT_HANDLE event, int network_events);
 
@@ -148,8 +158,10 @@ OXA_API int OXA_EventSelect(int socket, OXA_EVENT_HANDLE event, int network_even
  * Reports what the last OXA_WaitForMultipleObjects found on the socket event: the OXA_FD_* bit
  * into result->lNetworkEvents, and, when OXA_FD_CONNECT is selected and an error was recorded,
  * that error into result->iErrorCode[OXA_FD_CONNECT_BIT]; other slots are not touched. The
- * stored bit and error are not cleared. The socket argument is only checked. 0; -1 for socket
- * -1 or a null handle or result. The call re-creates and then destroys the event's lock, so it
+ * stored bit and error are not cleared. The socket argument is only checked. For a socket
+ * event each call also prints the single wait's no-pipe "trovik" line. 0; -1 for socket -1 or
+ * a null handle or result (prints "trovik !!! OXA_EnumNetworkEvents input param error return
+ * error 0"; result untouched). The call re-creates and then destroys the event's lock, so it
  * must not race with OXA_SetEvent or OXA_ResetEvent on the same event.
  */
 OXA_API int OXA_EnumNetworkEvents(int socket, OXA_EVENT_HANDLE event, OXA_NETWORKEVENTS* result);
@@ -159,16 +171,27 @@ OXA_API int OXA_EnumNetworkEvents(int socket, OXA_EVENT_HANDLE event, OXA_NETWOR
 
 struct pollfd;
 
-/** Writes the signal byte "e" when the pipe is writable right now. 1 written, 0 failed. */
+/**
+ * Writes the signal byte "e" when the pipe has room right now, without blocking. 1 written; 0
+ * for a null event, an event without pipe or a full pipe, with the line "trovik !!!!
+ * OXA_WritePipe_Inter return OXA_FALSE errno = N" (no newline) on standard error.
+ */
 OXA_API int OXA_WritePipe_Inter(OXA_EVENT_T* event);
-/** Reads the pipe until it is empty. 1 drained (also for an event without pipe), 0 failed. */
+/**
+ * Reads the pipe until it is empty, without blocking. 1 drained (also for an event without
+ * pipe); 0 for a null event or when a read fails (errno set). Prints nothing.
+ */
 OXA_API int OXA_ReadPipe_Inter(OXA_EVENT_T* event);
 /**
  * Judges one poll entry of the event after a multiple wait, recording the OXA_FD_* bit and
- * error of a socket event. 0 when the event counts as triggered, -1 when not (or null).
+ * error of a socket event in lTriggered and iErrorCode. 0 when the event counts as triggered;
+ * -1 when not, or when event or entry is null (nothing recorded then).
  */
 OXA_API int OXA_GetEventTriggeredFlag_Inter(OXA_EVENT_T* event, pollfd* entry);
-/** Destroys the event's lock; 0, or -1 on error or for null. */
+/**
+ * Destroys the event's lock. 0; -1 for a null event or when the system refuses (errno EBUSY
+ * while it is held).
+ */
 OXA_API int OXA_ClearEventMutex_Inter(OXA_EVENT_T* event);
 
 #endif  // __cplusplus
