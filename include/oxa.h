@@ -1,5 +1,6 @@
 /** \file
- * liboxa: the umbrella header. Include this one, or only the family headers you need.
+ * liboxa: the umbrella header. Include this one, or only the family headers you need. It
+ * compiles as C too: the classes and C++ entry points are seen only by C++ code.
  */
 #ifndef OXA_H_
 #define OXA_H_

@@ -32,12 +32,19 @@ class OXA_API CAlarmClock {
 
   /** No thread is started here. */
   CAlarmClock();
-  /** Stops the clock and drops pending alarms without calling them. */
+  /**
+   * Stops the clock (waiting for a running callback to return) and drops pending alarms
+   * without calling them. Must not run in one of the clock's callbacks.
+   */
   virtual ~CAlarmClock();
   CAlarmClock(const CAlarmClock&) = delete;
   CAlarmClock& operator=(const CAlarmClock&) = delete;
 
-  /** Starts the clock's thread unless one is recorded; true when a thread is recorded after. */
+  /**
+   * Starts the clock's thread unless one is recorded. true when a thread is recorded after the
+   * call (also when one was already); false when the thread cannot be started (errno set), and
+   * the clock stays without a thread. Serialised with Stop.
+   */
   bool Start();
   /**
    * Stops the thread and waits for it to end, then drops every pending alarm without calling
@@ -47,8 +54,10 @@ class OXA_API CAlarmClock {
   void Stop();
   /**
    * Adds an alarm due delay_ms milliseconds from now on the monotonic tick (a negative delay
-   * is due at once). false when the id is pending already (that alarm is kept unchanged) or
-   * memory runs out. callback may be null: the alarm then only frees its id when due.
+   * is due at once; a delay too long to add is due never). true when added; false, with nothing
+   * changed, when the id is pending already (that alarm is kept unchanged) or the alarm cannot
+   * be allocated. Should the list or the id map fail to grow, std::bad_alloc passes on, also
+   * with nothing changed. callback may be null: the alarm then only frees its id when due.
    */
   bool AddAlarm(int id, AlarmCallback callback, void* user_data, long long delay_ms);
   /**
@@ -56,9 +65,12 @@ class OXA_API CAlarmClock {
    * when it next looks. An alarm already taken out for firing is not pending any more.
    */
   bool RemoveAlarm(int id);
-  /** The thread's loop: fires due alarms until the clock is stopped. */
+  /**
+   * The thread's loop: fires due alarms until the clock is stopped, then returns. Start runs it
+   * on the clock's thread; do not call it otherwise.
+   */
   void Run();
-  /** The thread's entry point: runs the clock given as argument (unless null); returns 0. */
+  /** The thread's entry point: runs the clock given as argument (unless null); returns null. */
   static void* OnThreadRunCallback(void* clock);
 
  private:

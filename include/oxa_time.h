@@ -31,7 +31,7 @@ typedef struct OXA_TIME_EXP_T {
 
 /**
  * Now, from the wall clock (gettimeofday), in microseconds since the epoch. The clock read is
- * not checked. Thread-safe.
+ * not checked: there is no failure value. Thread-safe.
  */
 OXA_API oxa_int64 OXA_TimeNow(void);
 /**
@@ -41,26 +41,31 @@ OXA_API oxa_int64 OXA_TimeNow(void);
 OXA_API unsigned int OXA_GetTimeTick(void);
 /** Milliseconds of the monotonic clock, rounded to the nearest, in 64 bits. Thread-safe. */
 OXA_API oxa_uint64 OXA_GetTimeTick64(void);
-/** Seconds since the epoch to a time value (seconds x 1,000,000). */
+/** Seconds since the epoch to a time value (seconds x 1,000,000); no failure value. */
 OXA_API oxa_int64 OXA_TimeFromAnsiTime(oxa_int64 seconds);
-/** A time value to seconds since the epoch, truncating towards zero. */
+/** A time value to seconds since the epoch, truncating towards zero; no failure value. */
 OXA_API oxa_int64 OXA_AnsiTimeFromTime(oxa_int64 time);
 
 /**
  * Fills exp with the GMT calendar fields of time / 1,000,000 + offset_s seconds; tm_usec is
  * time % 1,000,000 (both truncate towards zero) and tm_gmtoff is offset_s. With a 32-bit
  * time_t only the low 32 bits of the seconds are converted.
- * Returns 0, or -1 when exp is null (exp is then untouched). Thread-safe.
+ * Returns 0; -1 when exp is null or (with a 64-bit time_t) the seconds lie beyond the
+ * system's calendar (errno EOVERFLOW); exp is then untouched. Thread-safe.
  */
 OXA_API int OXA_ExpTimeFromTime(oxa_int64 time, int offset_s, OXA_TIME_EXP_T* exp);
-/** OXA_ExpTimeFromTime with offset 0: the GMT fields of time. 0, or -1 for a null record. */
+/**
+ * OXA_ExpTimeFromTime with offset 0: the GMT fields of time, tm_gmtoff 0. 0; -1 for a null
+ * record or a time beyond the system's calendar (exp untouched).
+ */
 OXA_API int OXA_ExpTimeFromTimeGMT(oxa_int64 time, OXA_TIME_EXP_T* exp);
 /**
  * Fills exp with the local calendar fields of time (localtime_r) and tm_usec as
  * OXA_ExpTimeFromTime does. tm_gmtoff is taken from the current time, not from the given one:
  * the local and the GMT fields of now are both read back by mktime as standard time and
  * tm_gmtoff is their difference, so a time in another season keeps the offset in force now.
- * Returns 0, or -1 when exp is null or the wall clock cannot be read (exp is then untouched).
+ * Returns 0; -1 when exp is null, the wall clock cannot be read, or (with a 64-bit time_t) the
+ * seconds lie beyond the system's calendar; exp is then untouched.
  */
 OXA_API int OXA_ExpTimeFromTimeLocal(oxa_int64 time, OXA_TIME_EXP_T* exp);
 /**
@@ -73,8 +78,9 @@ OXA_API int OXA_ExpTimeFromTimeLocal(oxa_int64 time, OXA_TIME_EXP_T* exp);
 OXA_API int OXA_TimeFromExpTime(const OXA_TIME_EXP_T* exp, oxa_int64* time);
 /**
  * As OXA_TimeFromExpTime, then subtracts tm_gmtoff seconds, so the fields are read as local
- * fields of that offset. Returns -1 when exp or time is null. A date before the epoch returns
- * 0 and leaves *time unchanged: callers that need to tell must check the date themselves.
+ * fields of that offset. Returns 0; -1 when exp or time is null. A date before the epoch
+ * (taken as GMT, before the offset is applied) returns 0 as well and leaves *time unchanged,
+ * on purpose: callers that need to tell must check the date themselves.
  */
 OXA_API int OXA_TimeFromExpTimeGMT(const OXA_TIME_EXP_T* exp, oxa_int64* time);
 
@@ -82,14 +88,15 @@ OXA_API int OXA_TimeFromExpTimeGMT(const OXA_TIME_EXP_T* exp, oxa_int64* time);
  * Writes the local time of time as "Www Mmm DD hh:mm:ss YYYY" and a terminating zero, e.g.
  * "Sun Jul 04 09:05:03 2021": exactly 25 bytes, whatever size says, so the buffer must hold
  * 25 bytes. English day and month names whatever the locale, the day with a leading zero, no
- * newline. Returns 0, or -1 when buffer is null. Thread-safe.
+ * newline. Returns 0; -1 when buffer is null or (with a 64-bit time_t) the time lies beyond the
+ * system's calendar, with nothing written. Thread-safe.
  */
 OXA_API int OXA_CTime(char* buffer, unsigned int size, oxa_int64 time);
 /**
  * Formats tm_sec to tm_isdst of exp (tm_usec and tm_gmtoff are not used) into buffer of size
  * bytes with win32_strftime_extra, and stores that function's result in *length.
  * Returns 0 (even when nothing fitted: *length is then 0), or -1 when buffer, length, format
- * or exp is null (nothing is written).
+ * or exp is null (nothing is written). Thread-safe.
  */
 OXA_API int OXA_StrFmtTime(char* buffer, unsigned int* length, unsigned int size,
                            const char* format, const OXA_TIME_EXP_T* exp);
@@ -122,8 +129,11 @@ class OXA_API oxa_time_tick {
  public:
   /** The current time, as now(). */
   oxa_time_tick();
+  /** The value us, in microseconds (any value; negative ones too). */
   oxa_time_tick(long long us);  // NOLINT(google-explicit-constructor): a value type
+  /** Copies the other's value. */
   oxa_time_tick(const oxa_time_tick& other);
+  /** Copies the other's value; returns *this. */
   oxa_time_tick& operator=(const oxa_time_tick& other);
   virtual ~oxa_time_tick();
 
@@ -131,10 +141,11 @@ class OXA_API oxa_time_tick {
   static long long now();
   /** The value in microseconds. */
   long long get_time() const;
-  /** Sets the value to now(). */
+  /** Sets the value to now() (-1 when the clock cannot be read). */
   void update_time();
-  /** Adds or subtracts the other's value. */
+  /** Adds the other's value (wrapping in 64 bits); returns *this. */
   oxa_time_tick& operator+=(const oxa_time_tick& other);
+  /** Subtracts the other's value (wrapping in 64 bits; the result may be negative); *this. */
   oxa_time_tick& operator-=(const oxa_time_tick& other);
 
   /** tv_sec x 1000 + (tv_usec + 500) / 1000; -1 for null or a field equal to -1. */
@@ -145,18 +156,22 @@ class OXA_API oxa_time_tick {
   static long long timeval2us(const struct timeval* tv);
   /** Writes us / 1,000,000 seconds and the remaining microseconds; nothing for us < 0 or null. */
   static void us2timeval(long long us, struct timeval* tv);
-  /** Conversions rounded half up (1499 us is 1 ms, 1500 us is 2 ms); -1 for a negative value. */
+  /** Microseconds to milliseconds, rounded half up (1499 is 1, 1500 is 2); -1 for us < 0. */
   static long long us2ms(long long us);
+  /** Microseconds to seconds, rounded half up (499,999 is 0, 500,000 is 1); -1 for us < 0. */
   static long long us2s(long long us);
+  /** Milliseconds to seconds, rounded half up (499 is 0, 500 is 1); -1 for ms < 0. */
   static long long ms2s(long long ms);
 
  private:
   long long value_;
 };
 
-/** Compare the microsecond values. */
+/** True when a and b hold the same microsecond value. */
 OXA_API bool operator==(const oxa_time_tick& a, const oxa_time_tick& b);
+/** True when a's microsecond value is below b's. */
 OXA_API bool operator<(const oxa_time_tick& a, const oxa_time_tick& b);
+/** True when a's microsecond value is above b's. */
 OXA_API bool operator>(const oxa_time_tick& a, const oxa_time_tick& b);
 
 /**
@@ -167,7 +182,10 @@ class OXA_API oxa_time {
  public:
   /** The current time, as now(). */
   oxa_time();
-  /** Stores seconds as a time_t (on a 32-bit time_t its low 32 bits) and breaks it down. */
+  /**
+   * Stores seconds as a time_t (on a 32-bit time_t its low 32 bits) and breaks it down; a time
+   * the system cannot break down gives all-zero fields.
+   */
   oxa_time(long long seconds);  // NOLINT(google-explicit-constructor): a value type
   /** Copies the seconds and the broken-down time. */
   oxa_time(const oxa_time& other);
@@ -175,7 +193,10 @@ class OXA_API oxa_time {
   oxa_time& operator=(const oxa_time& other);
   virtual ~oxa_time();
 
-  /** Sets the seconds from time(NULL), breaks them down and returns them. */
+  /**
+   * Sets the seconds from time(NULL), breaks them down in the zone as it is now and returns
+   * them. No failure value.
+   */
   time_t now();
   /** The seconds. */
   time_t get_time() const;
@@ -185,25 +206,32 @@ class OXA_API oxa_time {
   int get_year() const;
   /** The month, 0-11 (January is 0). */
   int get_mon() const;
-  /** The day of the month, 1-31 (get_day and get_mon_day are the same). */
+  /** The day of the month, 1-31. */
   int get_day() const;
+  /** The day of the month, 1-31: the same as get_day(). */
   int get_mon_day() const;
-  /** Hours 0-23, minutes 0-59, seconds 0-60 of the local time. */
+  /** The hour of the local time, 0-23. */
   int get_hour() const;
+  /** The minute of the local time, 0-59. */
   int get_min() const;
+  /** The second of the local time, 0-60. */
   int get_sec() const;
   /** The day of the week, 0-6 (Sunday is 0). */
   int get_week_day() const;
   /** The day of the year, 0-365. */
   int get_year_day() const;
-  /** Adds the other's seconds (wrapping in the width of time_t). */
+  /** Adds the other's seconds (wrapping in the width of time_t) and breaks them down; *this. */
   oxa_time& operator+=(const oxa_time& other);
-  /** Subtracts the other's seconds; a negative result becomes 0 (1970-01-01 00:00:00 GMT). */
+  /**
+   * Subtracts the other's seconds; a negative result becomes 0 (1970-01-01 00:00:00 GMT). The
+   * fields are broken down again; returns *this.
+   */
   oxa_time& operator-=(const oxa_time& other);
 
   /**
    * Local broken-down time of seconds (as a time_t) into fields by localtime_r.
-   * Returns fields, or null when fields is null or seconds is negative. Thread-safe.
+   * Returns fields; null when fields is null, seconds is negative (fields untouched) or the
+   * system cannot break the time down. Thread-safe.
    */
   static struct tm* time2tm(long long seconds, struct tm* fields);
 
@@ -212,10 +240,13 @@ class OXA_API oxa_time {
   struct tm fields_;
 };
 
-/** Compare the seconds. */
+/** True when a and b hold the same seconds. */
 OXA_API bool operator==(const oxa_time& a, const oxa_time& b);
+/** True when a and b hold different seconds. */
 OXA_API bool operator!=(const oxa_time& a, const oxa_time& b);
+/** True when a's seconds are below b's. */
 OXA_API bool operator<(const oxa_time& a, const oxa_time& b);
+/** True when a's seconds are above b's. */
 OXA_API bool operator>(const oxa_time& a, const oxa_time& b);
 
 }  // namespace oxa
