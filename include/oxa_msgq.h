@@ -49,11 +49,11 @@ typedef OXA_MQ_INTER* OXA_MQ_HANDLE;
 
 /**
  * Creates a queue into *handle. 0, or -1 when the library is not started, all
- * OXA_MQ_MAX_QUEUES queues exist, handle is null, or a lock could not be created (errno from the
- * system). A destroyed queue's record is taken again only once no receiver waits in it any
- * more, so such waiters can make creation fail before OXA_MQ_MAX_QUEUES queues exist. A
- * creation that fails after a free record was found still stores that record in *handle; the
- * record stays free and the handle must not be used.
+ * OXA_MQ_MAX_QUEUES queues exist, handle is null, or one of the queue's conditions could not be
+ * created (errno from the system). A destroyed queue's record is taken again only once no receiver
+ * waits in it any more, so such waiters can make creation fail before OXA_MQ_MAX_QUEUES queues
+ * exist. A creation that fails after a free record was found still stores that record in *handle;
+ * the record stays free and the handle must not be used.
  */
 OXA_API int OXA_MsgQCreateEx(OXA_MQ_HANDLE* handle);
 /**
@@ -99,7 +99,7 @@ typedef struct OXA_MSG_BLOCK_T OXA_MSG_BLOCK_T;
 
 /**
  * The message-queue module's start, run by OXA_Init: creates the table's lock and empties the
- * table. 0, or -1 when the lock cannot be created.
+ * table. Always 0.
  */
 OXA_API int OXA_MsgQInitEx_Inter();
 /**
