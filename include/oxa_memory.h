@@ -481,7 +481,7 @@ class OXA_API OXA_MemoryPool {
  public:
   /**
    * Builds and starts the pool as OXA_MemoryPool_Create describes; the flags count when above
-   * 0. Never throws: without memory for the engine the object does nothing.
+   * 0. Without memory for the engine the object does nothing.
    */
   OXA_MemoryPool(unsigned int block_size, unsigned int initial_count, unsigned int max_count,
                  int boundary_check, long long idle_timeout_ms, int no_lock);
@@ -511,7 +511,7 @@ class OXA_API OXA_MemoryPoolEx {
  public:
   /**
    * Builds and starts the pool as OXA_MemoryPoolEx_Create describes; no_lock counts when above
-   * 0. Never throws: without memory for the engine the object does nothing.
+   * 0. Without memory for the engine the object does nothing.
    */
   OXA_MemoryPoolEx(unsigned int initial_count, unsigned int max_count, long long idle_timeout_ms,
                    int no_lock, unsigned int chunk_size);
