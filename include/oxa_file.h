@@ -111,7 +111,7 @@ typedef struct OXA_DIR_INFO_T* OXA_DIR_HANDLE;
  * null path, flags with neither read nor write (errno untouched), or a failed open (errno).
  */
 OXA_API OXA_FILE_HANDLE OXA_OpenFile(const char* path, unsigned int flags, int permissions);
-/** Closes the handle unless it is -1. */
+/** Closes the handle unless it is -1; a failure is not reported (errno set by the system). */
 OXA_API void OXA_CloseFile(OXA_FILE_HANDLE file);
 /**
  * One read of up to length bytes. *count (when count is not null) receives the read's

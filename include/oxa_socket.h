@@ -148,40 +148,43 @@ OXA_API int OXA_Poll(struct pollfd* fds, int n, int timeout_ms);
  */
 OXA_API int OXA_PollEx(struct pollfd* fds, int n, unsigned int* timeout_ms);
 
-/* ---- Socket options: each returns the system's result, 0 or -1, unless stated -------------- */
+/** \name Socket options
+ * Each returns the system's result, 0 or -1 with errno, unless stated.
+ */
+/**@{*/
 
-/** Sets IP_TTL. */
+/** Sets IP_TTL: 0, or -1 with errno. */
 OXA_API int OXA_SetTTL(int fd, int ttl);
 /**
- * Reads IP_TTL into *ttl. -1 for a null pointer without calling the system (errno untouched).
- * The same holds for every getter below.
+ * Reads IP_TTL into *ttl: 0, or -1 with errno. -1 for a null pointer without calling the system
+ * (errno untouched). The same holds for every getter below.
  */
 OXA_API int OXA_GetTTL(int fd, int* ttl);
-/** Sets IPV6_UNICAST_HOPS. */
+/** Sets IPV6_UNICAST_HOPS: 0, or -1 with errno. */
 OXA_API int OXA_SetTTL_V6(int fd, int hops);
-/** Reads IPV6_UNICAST_HOPS into *hops; -1 for a null pointer. */
+/** Reads IPV6_UNICAST_HOPS into *hops: 0, or -1 with errno; -1 for a null pointer. */
 OXA_API int OXA_GetTTL_V6(int fd, int* hops);
-/** Sets IP_MULTICAST_TTL. */
+/** Sets IP_MULTICAST_TTL: 0, or -1 with errno. */
 OXA_API int OXA_SetMultiCastTTL(int fd, int ttl);
-/** Sets IPV6_MULTICAST_HOPS. */
+/** Sets IPV6_MULTICAST_HOPS: 0, or -1 with errno. */
 OXA_API int OXA_SetMultiCastHopsV6(int fd, int hops);
-/** Another name of OXA_SetMultiCastHopsV6: sets IPV6_MULTICAST_HOPS. */
+/** Another name of OXA_SetMultiCastHopsV6: sets IPV6_MULTICAST_HOPS; 0, or -1 with errno. */
 OXA_API int OXA_SetMultiCastTTL_V6(int fd, int hops);
-/** Sets IPV6_MULTICAST_LOOP (on: 1 or 0). */
+/** Sets IPV6_MULTICAST_LOOP (on: 1 or 0): 0, or -1 with errno. */
 OXA_API int OXA_SetMultiCastLoopV6(int fd, int on);
-/** Sets IP_TOS. */
+/** Sets IP_TOS: 0, or -1 with errno. */
 OXA_API int OXA_SetTOS(int fd, int tos);
-/** Reads IP_TOS into *tos; -1 for a null pointer. */
+/** Reads IP_TOS into *tos: 0, or -1 with errno; -1 for a null pointer. */
 OXA_API int OXA_GetTOS(int fd, int* tos);
-/** Sets SO_REUSEADDR (on non-zero) or clears it. */
+/** Sets SO_REUSEADDR (on non-zero) or clears it: 0, or -1 with errno. */
 OXA_API int OXA_SetReuseAddr(int fd, int on);
-/** Sets TCP_NODELAY (on non-zero) or clears it. */
+/** Sets TCP_NODELAY (on non-zero) or clears it: 0, or -1 with errno. */
 OXA_API int OXA_SetNoDelay(int fd, int on);
-/** SO_BROADCAST, always switched on. */
+/** SO_BROADCAST, always switched on: 0, or -1 with errno. */
 OXA_API int OXA_BroadCast(int fd);
-/** SO_LINGER on with the given seconds. */
+/** SO_LINGER on with the given seconds: 0, or -1 with errno. */
 OXA_API int OXA_LingerOn(int fd, int seconds);
-/** SO_LINGER off. */
+/** SO_LINGER off: 0, or -1 with errno. */
 OXA_API int OXA_LingerOff(int fd);
 /**
  * SO_RCVTIMEO (first) and SO_SNDTIMEO; 0 leaves a direction unchanged. Each value becomes
@@ -218,6 +221,7 @@ OXA_API int OXA_Bind_ToDevice(int fd, const char* ifname);
 OXA_API int OXA_JoinMultiCastGroup(int fd, const OXA_ADDR_T* local, const OXA_ADDR_T* group);
 /** Leaves a multicast group: as OXA_JoinMultiCastGroup with IP(V6)_DROP_MEMBERSHIP. */
 OXA_API int OXA_LeaveMultiCastGroup(int fd, const OXA_ADDR_T* local, const OXA_ADDR_T* group);
+/**@}*/
 
 #ifdef __cplusplus
 }  // extern "C"
