@@ -13,7 +13,7 @@ demo:
 	scripts/demo.sh $(BUILD)/demo
 
 test:
-	scripts/deps.sh host armhf fuzz
+	scripts/deps.sh host armhf fuzz docs
 	scripts/test.sh all
 
 host armhf asan tsan:
@@ -29,7 +29,7 @@ package release:
 # The HTML API reference, in $(BUILD)/docs/html; an undocumented public name fails the build.
 docs:
 	scripts/deps.sh docs
-	scripts/docs.sh $(BUILD)/docs
+	scripts/docs.sh --strict $(BUILD)/docs
 
 bench:
 	scripts/deps.sh host bench

@@ -2,10 +2,12 @@
 # Builds and runs the test suite: on the host, on armhf under qemu-arm, on the host under
 # AddressSanitizer and UndefinedBehaviorSanitizer, and on the host under ThreadSanitizer, then
 # runs every libFuzzer target briefly. Warnings are errors throughout. "package" builds the
-# Debian packages for amd64 and armhf and the device test bundle from the host and armhf
-# builds; "release" also checks them (and "all" does): consumers built against the unpacked
-# amd64 packages, and the bundle's run-tests.sh under qemu-arm from the unpacked tarball.
-# Usage: scripts/test.sh all|host|armhf|asan|tsan|fuzz|package|release
+# Debian packages for amd64 and armhf and the device test bundle (from the armhf build);
+# "release" also checks them (and "all" does): consumers built against the unpacked amd64
+# packages, the armhf packages' fields and library, and the bundle's run-tests.sh under
+# qemu-arm from the unpacked tarball. "docs" builds the API reference, failing on any
+# undocumented public name.
+# Usage: scripts/test.sh all|host|armhf|docs|asan|tsan|fuzz|package|release
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD:-build}
@@ -75,6 +77,11 @@ if [[ $what == all || $what == release ]]; then
   LD_LIBRARY_PATH="$sysroot/usr/lib/arm-linux-gnueabihf" \
     "$build/bundle-check/oxa-tests-armhf/run-tests.sh" qemu-arm -L /usr/arm-linux-gnueabihf \
     -E GCONV_PATH="$sysroot/usr/lib/arm-linux-gnueabihf/gconv"
+fi
+if [[ $what == all || $what == docs ]]; then
+  # The API reference: a public name without documentation, or a broken reference, fails.
+  echo "==== docs: the API reference"
+  scripts/docs.sh --strict "$build/docs"
 fi
 if [[ $what == all || $what == asan ]]; then
   # The suppressions file names each deliberate leak of the library with its reason.
