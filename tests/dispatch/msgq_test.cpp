@@ -46,12 +46,7 @@ std::string Receive(OXA_MQ_HANDLE queue) {
 
 // Waits (bounded) until `n` threads are inside a receive on the queue.
 bool WaitForReceivers(OXA_MQ_HANDLE queue, uint32_t n) {
-  Stopwatch clock;
-  while (queue->receivers.load() != n) {
-    if (clock.Elapsed() > milliseconds(kHangGuardMs)) return false;
-    std::this_thread::yield();
-  }
-  return true;
+  return oxa_test::Eventually([&] { return queue->receivers.load() == n; });
 }
 
 class MsgQ : public ::testing::Test {

@@ -13,6 +13,8 @@
 
 namespace {
 
+using oxa_test::OnFreshThread;
+
 oxa::oxa_tlsTraceInfoOper& Trace() { return oxa::oxa_tlsTraceInfoOper::instance(); }
 
 OXA_TRACEINFO MakeInfo(const std::string& a, const std::string& b, const std::string& c,
@@ -24,12 +26,6 @@ OXA_TRACEINFO MakeInfo(const std::string& a, const std::string& b, const std::st
   info.byte1 = x;
   info.byte2 = y;
   return info;
-}
-
-// A thread of its own, so each case starts without a context and leaves none behind.
-template <class F>
-void OnFreshThread(F body) {
-  std::thread(body).join();
 }
 
 bool Same(const OXA_TRACEINFO& a, const OXA_TRACEINFO& b) { return memcmp(&a, &b, sizeof a) == 0; }

@@ -126,9 +126,7 @@ TEST(ConnectWithTimeOut, RefusedOrUnansweredConnectionsFail) {
 TEST(SendnRecvn, MoveALargeBufferWhole) {
   TcpPair pair = ConnectedPair();
   ASSERT_TRUE(pair.client && pair.server);
-  std::vector<char> out(2 << 20);
-  for (size_t i = 0; i < out.size(); ++i)
-    out[i] = static_cast<char>(i * 7 + i / 251);
+  const std::vector<char> out = oxa_test::Pattern(3, 2 << 20);
   std::vector<char> in(out.size());
   const int size = static_cast<int>(out.size());
   auto received = std::async(std::launch::async, [&] {
