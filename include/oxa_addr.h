@@ -60,7 +60,7 @@ typedef struct OXA_ADDR_INFO_T {
  */
 OXA_API extern int g_Af;
 
-/** g_Af when af is OXA_AF_DEFAULT (102), else af unchanged. */
+/** Resolves a family selector: g_Af when af is OXA_AF_DEFAULT (102), else af unchanged. */
 OXA_API int OXA_GetAf_Inner(int af);
 
 /**
@@ -72,8 +72,9 @@ OXA_API int OXA_GetAf_Inner(int af);
  *   whatever family was asked for; "255.255.255.255" and bad text give -1.
  * - text with ":" or "0.0.0.0": family 101 gives the IPv6 wildcard for "::" and "0.0.0.0" and
  *   otherwise parses the text as IPv6 (see OXA_InetPton); family 10 parses it as IPv6 (so
- *   "0.0.0.0" fails); family 2 accepts "0.0.0.0" as the IPv4 wildcard and fails on a colon.
- * On failure the record is all zero or holds only family and port.
+ *   "0.0.0.0" fails); family 2 accepts "0.0.0.0" as the IPv4 wildcard and fails on a colon;
+ *   any other family fails.
+ * On failure the record is all zero or holds only family and port. errno is not set.
  */
 OXA_API int OXA_MakeAddrByString(int af, const char* text, unsigned short port, OXA_ADDR_T* addr);
 /** An IPv4 record from an address as stored (network order) and a port in host order. 0; -1 for
@@ -82,8 +83,10 @@ OXA_API int OXA_MakeAddr4ByInt(unsigned int ip, unsigned short port, OXA_ADDR_T*
 /** An IPv6 record from 16 address bytes and a port in host order. 0; -1 for a null pointer. */
 OXA_API int OXA_MakeAddr6ByInt(const unsigned char ip[16], unsigned short port, OXA_ADDR_T* addr);
 /**
- * Copies len bytes of a system socket address into addr. 0; -1 when a pointer is null or len is
- * not positive. The length is not compared with the record's size: the caller keeps it within.
+ * Copies len bytes of a system socket address into addr; the rest of the record is left as
+ * it was. 0; -1, with addr unchanged, when a pointer is null or len is not positive (errno
+ * EINVAL for a negative len). The length is not compared with the record's size: the caller
+ * keeps it within.
  */
 OXA_API int OXA_MakeAddr(const void* sysaddr, int len, OXA_ADDR_T* addr);
 /** Sets the port (host order); nothing else changes. 0; -1 for a null addr. */
@@ -92,17 +95,18 @@ OXA_API int OXA_SetAddrPort(OXA_ADDR_T* addr, unsigned short port);
 OXA_API int OXA_GetAddrType(const OXA_ADDR_T* addr);
 /** The port in host order; 0 for a null addr. */
 OXA_API unsigned short OXA_GetAddrPort(const OXA_ADDR_T* addr);
-/** The IPv4 address as stored (network order) into *ip. 0; -1 for null pointers or a family
- *  other than 2. */
+/** The IPv4 address as stored (network order) into *ip. 0; -1, with *ip unchanged, for null
+ *  pointers or a family other than 2. */
 OXA_API int OXA_GetAddr4Int(const OXA_ADDR_T* addr, unsigned int* ip);
-/** The 16 IPv6 address bytes into ip. Any family but 2 is read as IPv6. 0; -1 for null pointers
- *  or family 2. */
+/** The 16 IPv6 address bytes into ip. Any family but 2 is read as IPv6. 0; -1, with ip
+ *  unchanged, for null pointers or family 2. */
 OXA_API int OXA_GetAddr6Int(const OXA_ADDR_T* addr, unsigned char ip[16]);
 /** Fills the host-order view of addr. 0; -1 when either pointer is null. */
 OXA_API int OXA_GetAddrInfo(const OXA_ADDR_T* addr, OXA_ADDR_INFO_T* info);
 /**
- * Prints the address part (no port) into buf with OXA_InetNtop and returns buf; null when a
- * pointer is null, len is 0, the family is neither 2 nor 10, or the text does not fit.
+ * Prints the address part (no port) into buf with OXA_InetNtop, with its length rules, and
+ * returns buf; null when a pointer is null, len is 0, the family is neither 2 nor 10, or the
+ * text does not fit (buf is then untouched).
  */
 OXA_API char* OXA_GetAddrStringEx(const OXA_ADDR_T* addr, char* buf, int len);
 /**
@@ -139,18 +143,24 @@ OXA_API int OXA_InetPton(const char* text, void* dst);
  *   text's length exactly, no terminating zero is written.
  * - IPv6: lower-case groups without leading zeros; the longest run of two or more zero groups
  *   (the earliest on a tie) becomes "::"; the text needs len >= length + 1 and is copied padded
- *   with zeros to len. IPv4-compatible (::a.b.c.d) and IPv4-mapped (::ffff:a.b.c.d) addresses
- *   write only the dotted quad "a.b.c.d", without terminating zero and whatever len says.
+ *   with zeros to len. IPv4-compatible (\::a.b.c.d) and IPv4-mapped (\::ffff:a.b.c.d)
+ *   addresses write only the dotted quad "a.b.c.d", without terminating zero or padding; null
+ *   when len is shorter than the dotted quad.
+ * Nothing is written to dst when the result is null.
  */
 OXA_API char* OXA_InetNtop(int af, const unsigned char* src, char* dst, int len);
 
 /**
  * Reads "%d.%d.%d.%d" (sscanf rules: leading white space and signs allowed, anything after the
  * fourth number ignored) into a host-order integer whose most significant byte is the first
- * number. 1 on success; 0 for a null pointer, fewer than four numbers, or one outside 0-255.
+ * number. 1 on success; 0, with *ip unchanged, for a null pointer, fewer than four numbers,
+ * or one outside 0-255.
  */
 OXA_API int ipv4_to_i(const char* text, unsigned int* ip);
-/** Removes every white-space character (isspace) from anywhere in text, in place; returns text. */
+/**
+ * Removes every white-space character (isspace) from anywhere in text, in place; returns
+ * text (null for null).
+ */
 OXA_API char* string_white_space_trim(char* text);
 /** How often c occurs in text; 0 for an empty or null text. */
 OXA_API int string_char_count(const char* text, char c);

@@ -103,9 +103,12 @@ OXA_API extern int g_max_socket_send_dataMemory;
  * be made; nothing is left behind then.
  */
 OXA_API void* OXA_AIO_CreateQueueEx(int workers, int callback_mode);
-/** OXA_AIO_CreateQueueEx(workers, 1). */
+/** OXA_AIO_CreateQueueEx(workers, 1): the queue handle, or (void*)-1. */
 OXA_API void* OXA_AsyncIO_CreateQueueEx_New(int workers);
-/** OXA_AsyncIO_CreateQueueEx_New((OXA_GetCPUNumber() + 1) * 2). */
+/**
+ * OXA_AsyncIO_CreateQueueEx_New((OXA_GetCPUNumber() + 1) * 2): the queue handle, or
+ * (void*)-1.
+ */
 OXA_API void* OXA_AsyncIO_CreateQueueEx2(void);
 /**
  * Stops every worker (an idle worker notices at once: it is woken, not polled), waits for
@@ -127,7 +130,8 @@ OXA_API int OXA_AsyncIO_SetIOQueueMemorySize(int bytes);
  * (the descriptor is not checked otherwise), creates its CSocketOperation and registers fd
  * with the worker's epoll instance for errors and hang-ups. Returns 0, or -1 for a null or
  * (void*)-1 queue, a queue without workers, fd outside 0..65535, or a failed allocation
- * (ENOMEM). A descriptor that is already bound (to any queue) gives -1 and the line
+ * (errno ENOMEM; fd is left non-blocking then). A descriptor that is already bound (to any
+ * queue) gives -1, with nothing changed, and the line
  * "OXA_AsyncIO_BindIOHandleToQueueEx, ERROR, socketFd = %d\n" on standard error.
  * Waits for the worker's current batch of events.
  */
@@ -163,7 +167,10 @@ OXA_API int OXA_AsyncIO_BindCallBackToIOHandleEx(int fd, OXA_AIO_CALLBACK callba
  */
 OXA_API int OXA_AsyncIO_SendEx(int fd, const void* data, int len, void* context,
                                OXA_AIO_CALLBACK callback);
-/** As OXA_AsyncIO_SendEx, sent with OXA_SendTo to `to`, which is copied (null: none). */
+/**
+ * As OXA_AsyncIO_SendEx, with the same results, but each chunk is sent with OXA_SendTo to
+ * `to`, which is copied (null: no address, for a connected socket).
+ */
 OXA_API int OXA_AsyncIO_SendToEx(int fd, const void* data, int len, void* context,
                                  const OXA_ADDR_T* to, OXA_AIO_CALLBACK callback);
 /**
@@ -296,54 +303,79 @@ class OXA_API CSocketOperation {
   CSocketOperation(const CSocketOperation&) = delete;
   CSocketOperation& operator=(const CSocketOperation&) = delete;
 
-  /** True when construction got its memory and fd is within 0..65535. */
+  /**
+   * True when construction got its memory and fd is within 0..65535. An invalid object
+   * queues nothing: its Push functions fail, its Front functions give null.
+   */
   bool IsValid() const;
+  /** The socket descriptor given at construction. */
   int GetSocketFd() const;
+  /** The owning worker's epoll descriptor given at construction. */
   int GetEpollFd() const;
-  /** Identity: serial number and creation tick (OXA_GetTimeTick) together. */
+  /**
+   * The serial number; with GetCreateTick the object's identity, which a worker compares
+   * before and after a callback to notice that the socket was unbound (and bound again).
+   */
   unsigned int GetSerial() const;
+  /** The tick (OXA_GetTimeTick, milliseconds) at construction; see GetSerial. */
   unsigned int GetCreateTick() const;
 
   /**
-   * Applies one registration change under the object's mutex: the epoll_ctl result (0 or
-   * -1), 0 for a SOCKET_OPR_DEL that has nothing to do, -1 for a value outside 0..5. The
-   * stored mask changes only when epoll_ctl succeeded.
+   * Applies one registration change under the object's mutex: the epoll_ctl result (0, or
+   * -1 with errno), 0 for a change that has nothing to do (a SOCKET_OPR_DEL while requests
+   * are queued or nothing is registered, or a mask that is already so), -1 for a value
+   * outside 0..5 or an invalid object. The stored mask changes only when epoll_ctl
+   * succeeded.
    */
   int ChangeSocketOpr(__SOCKET_OPR opr);
 
-  /** The head of the send queue or null, read under m_sendMutex[fd]. */
+  /** The head of the send queue, or null when it is empty; read under m_sendMutex[fd]. */
   IO_DATA* FrontSendRequest();
-  /** The head of the receive queue or null, read under m_recvMutex[fd]. */
+  /** The head of the receive queue, or null when it is empty; read under m_recvMutex[fd]. */
   IO_DATA* FrontRecvRequest();
   /**
-   * Removes the head of the send queue (which must exist), gives its data block and record
-   * back and removes EPOLLOUT when the queue becomes empty.
+   * Removes the head of the send queue, gives its data block and record back and removes
+   * EPOLLOUT when the queue becomes empty. Does nothing when the queue is empty.
    */
   void PopSendRequest();
-  /** Removes the head of the receive queue (which must exist); EPOLLIN goes with the last. */
+  /**
+   * Removes the head of the receive queue and gives its record back; EPOLLIN goes with the
+   * last. Does nothing when the queue is empty.
+   */
   void PopRecvRequest();
 
   /**
    * Copies data into pooled chunks of at most 16384 bytes and queues one request per chunk.
    * 0; -4 for len below 1, null data or a connect without an address; -5 over the
-   * send-memory limit; -6 when pooled memory runs out.
+   * send-memory limit (with the line "over max data memory limit! m_socketFd{%d}\r\n" on
+   * standard error); -6 for an invalid object or when pooled memory runs out (chunks queued
+   * before stay queued). Nothing is queued on -4 and -5.
    */
   int PushSendRequest(OXA_IO_TYPE type, void* data, int len, void* context, OXA_ADDR_T* addr,
                       OXA_AIO_CALLBACK cb);
-  /** PushSendRequest(OXA_IO_SEND, data, len, context, null, cb). */
+  /** PushSendRequest(OXA_IO_SEND, data, len, context, null, cb), with its results. */
   int PushTCPSendRequest(void* data, int len, void* context, OXA_AIO_CALLBACK cb);
-  /** PushSendRequest(OXA_IO_SENDTO, data, len, context, to, cb). */
+  /** PushSendRequest(OXA_IO_SENDTO, data, len, context, to, cb), with its results. */
   int PushUDPSendRequest(void* data, int len, void* context, OXA_ADDR_T* to, OXA_AIO_CALLBACK cb);
-  /** Starts a non-blocking connect and queues its completion: 0 or -1. */
+  /**
+   * Starts a non-blocking connect to `to` and queues its completion. 0, or -1 with nothing
+   * queued and no callback for a null address, an invalid object, 3840 queued send-side
+   * requests, exhausted memory or a connect that fails at once (errno from connect).
+   */
   int PushConnectRequest(void* context, OXA_ADDR_T* to, OXA_AIO_CALLBACK cb);
-  /** Queues a receive-side request; the buffer is not copied. 0, -1, or -4 for len below 0. */
+  /**
+   * Queues a receive-side request; the buffer is not copied, and for a receive-from or an
+   * accept addr is where the address will be written. 0; -4 for len below 0; -1 for an
+   * invalid object, 3840 queued receive-side requests or exhausted memory. Nothing is queued
+   * on failure.
+   */
   int PushRecvRequest(OXA_IO_TYPE type, void* buf, int len, void* context, OXA_ADDR_T* addr,
                       OXA_AIO_CALLBACK cb);
-  /** PushRecvRequest(OXA_IO_RECV, buf, len, context, null, cb). */
+  /** PushRecvRequest(OXA_IO_RECV, buf, len, context, null, cb), with its results. */
   int PushTCPRecvRequest(void* buf, int len, void* context, OXA_AIO_CALLBACK cb);
-  /** PushRecvRequest(OXA_IO_RECVFROM, buf, len, context, from, cb). */
+  /** PushRecvRequest(OXA_IO_RECVFROM, buf, len, context, from, cb), with its results. */
   int PushUDPRecvRequest(void* buf, int len, void* context, OXA_ADDR_T* from, OXA_AIO_CALLBACK cb);
-  /** PushRecvRequest(OXA_IO_ACCEPT, null, 0, context, peer, cb). */
+  /** PushRecvRequest(OXA_IO_ACCEPT, null, 0, context, peer, cb): 0 or -1. */
   int PushAcceptRequest(void* context, OXA_ADDR_T* peer, OXA_AIO_CALLBACK cb);
 
  private:
@@ -361,14 +393,18 @@ class OXA_API CSocketOperation {
  * OXA_SendTo) or, for a connect, reads the socket's pending error. A partial send advances
  * req->done and returns the new total without a callback. Otherwise the callback runs and the
  * result is the send's result (the size of this last piece), or for a connect 0 on success
- * and -1 on failure. -1 without a callback for another type. With callback_mode 1 the
- * callback is called directly; otherwise slot_lock (may be null) is released around it.
+ * and -1 on failure. -1 without a callback for a null req or another type. A null callback
+ * is skipped. With callback_mode 1 the callback is called directly; otherwise slot_lock (may
+ * be null) is released around it.
  */
 OXA_API int SendOperation(int callback_mode, pthread_mutex_t* slot_lock, IO_DATA* req);
 /**
  * Performs a receive-side request for a worker: OXA_Recv, OXA_RecvFrom or accept. A failure
  * with EAGAIN returns -1 without a callback (the request stays queued); otherwise the
- * callback runs with (error, done, context) and the system call's result is returned.
+ * callback (unless null) runs with (error, done, context) and the system call's result is
+ * returned: the count or the new descriptor when above 0; 0 (a closed peer, or an accept
+ * that got descriptor 0) and negative results report the errno value current then. -1
+ * without a callback for a null req or another type. The callback runs as in SendOperation.
  */
 OXA_API int RecvOperation(int callback_mode, pthread_mutex_t* slot_lock, IO_DATA* req);
 
@@ -379,6 +415,7 @@ class OXA_API OXA_AsyncIO {
  public:
   /** Keeps the handle. */
   explicit OXA_AsyncIO(void* handle);
+  /** Does nothing: the handle is not released. */
   // NOLINTNEXTLINE(performance-trivially-destructible): exported, part of the ABI
   ~OXA_AsyncIO();
   OXA_AsyncIO(const OXA_AsyncIO&) = delete;
@@ -386,12 +423,19 @@ class OXA_API OXA_AsyncIO {
 
   /** -1 for a null callback, else OXA_AsyncIO_BindCallBackToIOHandle's -1. */
   int BindCallBackToIOHandle(void (*callback)(unsigned long, unsigned long, void*));
+  /** Does nothing; returns -1 (OXA_AsyncIO_Send's result). */
   int IOSend(void* buf, unsigned long len, void* context);
+  /** Does nothing; returns -1 (OXA_AsyncIO_Recv's result). */
   int IORecv(void* buf, unsigned long len, void* context);
+  /** Does nothing; returns -1 (OXA_AsyncIO_SendTo's result). */
   int IOSendTo(void* buf, unsigned long len, void* context, OXA_ADDR_T* to);
+  /** Does nothing; returns -1 (OXA_AsyncIO_RecvFrom's result). */
   int IORecvFrom(void* buf, unsigned long len, void* context, OXA_ADDR_T* from);
+  /** Does nothing; returns -1 (OXA_AsyncIO_WriteFile's result). */
   int IOWriteFile(void* buf, unsigned long len, void* context);
+  /** Does nothing; returns -1 (OXA_AsyncIO_ReadFile's result). */
   int IOReadFile(void* buf, unsigned long len, void* context);
+  /** Does nothing; returns -1. */
   int BindIOHandleToQueue(OXA_AsyncIOQueue* queue);
 
  private:
@@ -403,6 +447,7 @@ class OXA_API OXA_AsyncIOQueue {
  public:
   /** The handle starts as 0. */
   OXA_AsyncIOQueue();
+  /** Does nothing: call Release first if needed. */
   // NOLINTNEXTLINE(performance-trivially-destructible): exported, part of the ABI
   ~OXA_AsyncIOQueue();
   OXA_AsyncIOQueue(const OXA_AsyncIOQueue&) = delete;
@@ -415,6 +460,7 @@ class OXA_API OXA_AsyncIOQueue {
    * queue that was never initialised holds 0, so this closes descriptor 0.
    */
   int Release();
+  /** The stored handle: 0, or (void*)-1 after Initialize. */
   void* GetHandle();
 
  private:

@@ -28,16 +28,16 @@ typedef struct OXA_SIMPLE_HASH_HEADER {
 
 /** A slot of a string-keyed table: used is the key's home index (1 to size), 0 while free. */
 typedef struct OXA_SIMPLE_HASH_SLOT {
-  unsigned int used;
-  const char* key;
-  void* data;
+  unsigned int used; /**< the key's home index, 0 while the slot is free */
+  const char* key;   /**< the caller's key string */
+  void* data;        /**< the data entered with it */
 } OXA_SIMPLE_HASH_SLOT;
 
 /** A slot of an integer-keyed table: occupied while marker is the complement of key. */
 typedef struct OXA_SIMPLE_INT_HASH_SLOT {
-  unsigned int marker;
-  unsigned int key;
-  void* data;
+  unsigned int marker; /**< ~key while occupied */
+  unsigned int key;    /**< the key */
+  void* data;          /**< the data entered with it */
 } OXA_SIMPLE_INT_HASH_SLOT;
 
 /** A hash table handle: the address of its header. */
@@ -45,53 +45,79 @@ typedef OXA_SIMPLE_HASH_HEADER* OXA_SIMPLE_HASH;
 
 /** A string-keyed entry. The key is the caller's string: the table keeps the pointer only. */
 typedef struct OXA_SIMPLE_HASH_ENTRY {
-  const char* key;
-  void* data;
+  const char* key; /**< the key string, kept by pointer; must stay valid while entered */
+  void* data;      /**< the caller's data */
 } OXA_SIMPLE_HASH_ENTRY;
 
 /** An integer-keyed entry. */
 typedef struct OXA_SIMPLE_INT_HASH_ENTRY {
-  unsigned int key;
-  void* data;
+  unsigned int key; /**< the key */
+  void* data;       /**< the caller's data */
 } OXA_SIMPLE_INT_HASH_ENTRY;
 
-/** Two header-shaped objects, zero at load. No function of the library uses them. */
+/** A header-shaped object, zero at load. No function of the library uses it. */
 OXA_API extern OXA_SIMPLE_HASH_HEADER OXA_HSEARCH_DATA;
+/** The same for integer keys: zero at load, unused by the library. */
 OXA_API extern OXA_SIMPLE_HASH_HEADER OXA_HSEARCH_INTDATA;
 
 /**
- * Creates a table for about capacity entries. Its size is the first number from capacity | 1
- * upwards, in steps of 2, that is prime (or 1): 0 and 1 give 1, 3 gives 5, 10 gives 11.
- * 0; -1 when table is null or the allocation fails (for example, a capacity near 2^32).
+ * Creates a string-keyed table for about capacity entries into *table. Its size is the first
+ * number from capacity | 1 upwards, in steps of 2, that is prime (or 1): 0 and 1 give 1, 3 gives
+ * 5, 10 gives 11. The table holds at most size entries.
+ * Returns 0; -1 when table is null or the allocation fails (for example, a capacity near 2^32),
+ * with *table unchanged.
  */
 OXA_API int OXA_SimpleHashCreate(unsigned int capacity, OXA_SIMPLE_HASH* table);
+/**
+ * Creates an integer-keyed table, sized as OXA_SimpleHashCreate does. Returns 0; -1 when table
+ * is null or the allocation fails, with *table unchanged.
+ */
 OXA_API int OXA_SimpleIntHashCreate(unsigned int capacity, OXA_SIMPLE_HASH* table);
 
 /**
- * Enters a key and its data. 0 when the key is now present with this data (also when it was
- * already there with the same data); -1 when the table is full, the key is already present with
- * other data (which is kept), or the table or key is null.
+ * Enters a key and its data into a string-keyed table; the key string is kept by pointer, not
+ * copied. Returns 0 when the key is now present with this data (also when it was already there
+ * with the same data); -1 when the table is full, the key is already present with other data
+ * (which is kept), or the table or key is null. A failure changes nothing.
  */
 OXA_API int OXA_SimpleHashEnter(OXA_SIMPLE_HASH_ENTRY entry, OXA_SIMPLE_HASH table);
+/**
+ * Enters a key and its data into an integer-keyed table. Returns 0 when the key is now present
+ * with this data (also when it was already there with the same data); -1 when the table is
+ * full, the key is already present with other data (which is kept), or the table is null.
+ */
 OXA_API int OXA_SimpleIntHashEnter(OXA_SIMPLE_INT_HASH_ENTRY entry, OXA_SIMPLE_HASH table);
 
 /**
- * Looks a key up: 0 with its data in *data; -1 with *data = null when it is absent (or when
- * the table or key is null; a null data pointer gives -1 and is not written).
+ * Looks a key up in a string-keyed table: 0 with its data in *data; -1 with *data = null when it
+ * is absent (or when the table or key is null; a null data pointer gives -1 and is not written).
  */
 OXA_API int OXA_SimpleHashFind(const char* key, void** data, OXA_SIMPLE_HASH table);
+/**
+ * Looks a key up in an integer-keyed table: 0 with its data in *data; -1 with *data = null when
+ * it is absent or the table is null (a null data pointer gives -1 and is not written).
+ */
 OXA_API int OXA_SimpleIntHashFind(unsigned int key, void** data, OXA_SIMPLE_HASH table);
 
 /**
- * Removes a key: 0, or -1 when it is absent or an argument is null. filled falls by one.
- * Removal can cut the probe path of other keys that passed through the freed slot, which may
- * then no longer be found: tables that remove entries accept this.
+ * Removes a key from a string-keyed table: 0, with filled one lower; -1 when it is absent or an
+ * argument is null, with nothing changed. Another entry of the same home slot may move into the
+ * freed slot. Removal can cut the probe path of other keys that passed through the slot it
+ * frees, which may then no longer be found: tables that remove entries accept this.
  */
 OXA_API int OXA_SimpleHashRemove(const char* key, OXA_SIMPLE_HASH table);
+/**
+ * Removes a key from an integer-keyed table: 0, with filled one lower; -1 when it is absent or
+ * the table is null. The same caveat as for OXA_SimpleHashRemove applies.
+ */
 OXA_API int OXA_SimpleIntHashRemove(unsigned int key, OXA_SIMPLE_HASH table);
 
-/** Frees the table: 0; -1 for a null handle. */
+/**
+ * Frees a string-keyed table (not the key strings or data): 0; -1 for a null handle. The handle
+ * is invalid afterwards.
+ */
 OXA_API int OXA_SimpleHashDestroy(OXA_SIMPLE_HASH table);
+/** Frees an integer-keyed table: 0; -1 for a null handle. The handle is invalid afterwards. */
 OXA_API int OXA_SimpleIntHashDestroy(OXA_SIMPLE_HASH table);
 
 /** A cycle buffer handle. */
@@ -101,15 +127,16 @@ typedef struct OXA_CYCLE_BUFFER_T* OXA_CYCLE_BUFFER;
 typedef void (*OXA_CYCLE_BUFFER_READER)(const char* bytes, unsigned int length, void* user);
 
 /**
- * Creates a buffer of size bytes (1 to 2^31 - 1) whose reads go to reader with user. 0; -1 for
- * a null buffer or reader, a bad size or a failed allocation.
+ * Creates a buffer of size bytes (1 to 2^31 - 1) whose reads go to reader with user, into
+ * *buffer. 0; -1 for a null buffer or reader, a bad size or a failed allocation, with *buffer
+ * unchanged.
  */
 OXA_API int OXA_CycleBufferInit(OXA_CYCLE_BUFFER* buffer, unsigned int size,
                                 OXA_CYCLE_BUFFER_READER reader, void* user);
 
 /**
  * Stores length bytes, whole or not at all. 0; -1 for a null buffer or bytes, a length of 0,
- * or when the bytes do not fit in the free space.
+ * or when the bytes do not fit in the free space (size minus stored), with nothing stored.
  */
 OXA_API int OXA_CycleBufferWrite(OXA_CYCLE_BUFFER buffer, const void* bytes, unsigned int length);
 
@@ -126,7 +153,7 @@ OXA_API int OXA_CycleBufferWrite(OXA_CYCLE_BUFFER buffer, const void* bytes, uns
  */
 OXA_API int OXA_CycleBufferRead(OXA_CYCLE_BUFFER buffer);
 
-/** The stored byte count into *stored: 0; -1 for a null buffer or pointer. */
+/** The stored byte count into *stored: 0; -1 for a null buffer or pointer (nothing written). */
 OXA_API int OXA_CycleBufferValue(OXA_CYCLE_BUFFER buffer, unsigned int* stored);
 
 /** Frees the buffer: 0; -1 for a null handle. Not while a read or write runs. */

@@ -30,6 +30,7 @@ namespace oxa {
  */
 class OXA_API oxa_refobj {
  public:
+  /** A count of 0. */
   oxa_refobj();
   virtual ~oxa_refobj();
   oxa_refobj(const oxa_refobj&) = delete;
@@ -37,9 +38,13 @@ class OXA_API oxa_refobj {
 
   /** Deletes the object; called by the release that brings the count to 0. */
   virtual void destroy();
-  /** Adds one reference; the new count. */
+  /** Adds one reference atomically; returns the new count. */
   long addRef();
-  /** Drops one reference, destroying the object at 0; the new count. */
+  /**
+   * Drops one reference atomically, destroying the object when the count reaches 0; returns the
+   * new count (0: the object is gone). A release without a matching addRef takes the count below
+   * 0 and never destroys the object.
+   */
   long release();
 
  private:
@@ -53,17 +58,24 @@ class OXA_API oxa_refobj {
 template <class T>
 class cshared_ptr {
  public:
+  /** Holds nothing. */
   cshared_ptr() : object_(nullptr) {}
+  /** Holds object, adding a reference to it (null: holds nothing). */
   cshared_ptr(T* object) : object_(object) {  // NOLINT(google-explicit-constructor)
     if (object_ != nullptr) object_->addRef();
   }
+  /** Holds what other holds, with a reference of its own. */
   cshared_ptr(const cshared_ptr& other) : cshared_ptr(other.object_) {}
+  /** Takes other's reference over; other then holds nothing. */
   cshared_ptr(cshared_ptr&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
+  /** Holds what other holds (a U* that converts to T*), with a reference of its own. */
   template <class U>
   cshared_ptr(const cshared_ptr<U>& other)  // NOLINT(google-explicit-constructor)
       : cshared_ptr(other.get()) {}
+  /** Drops the held reference, if any. */
   ~cshared_ptr() { reset(); }
 
+  /** Holds what other holds (copied or moved in); the former reference is dropped. */
   cshared_ptr& operator=(cshared_ptr other) noexcept {
     std::swap(object_, other.object_);
     return *this;
@@ -88,9 +100,13 @@ class cshared_ptr {
     return object;
   }
 
+  /** The held object, or null; the count is not changed. */
   T* get() const { return object_; }
+  /** The held object; must not be null. */
   T* operator->() const { return object_; }
+  /** The held object; must not be null. */
   T& operator*() const { return *object_; }
+  /** true when an object is held. */
   explicit operator bool() const { return object_ != nullptr; }
 
  private:
@@ -116,6 +132,10 @@ class oxa_lockfreeQImpl;
  */
 class OXA_API oxa_lockfreeQ : public virtual oxa_refobj {
  public:
+  /**
+   * An empty queue. When memory runs out here the queue stays unusable: push_back does
+   * nothing, pop_front gives null, empty() 1 and size() -1.
+   */
   oxa_lockfreeQ();
   /** Drops the reference of every element still queued. No other thread may use the queue. */
   ~oxa_lockfreeQ() override;
@@ -123,17 +143,26 @@ class OXA_API oxa_lockfreeQ : public virtual oxa_refobj {
   /**
    * Stamps the calling thread's trace context into element (a zeroed one when it has none)
    * and appends it; the queue holds one reference. Never blocks. Nothing happens for a null
-   * element, and nothing is queued when memory runs out.
+   * element or an unusable queue; when memory for a node runs out the element is stamped but
+   * not queued, and the queue's reference is dropped again. None of these cases is reported:
+   * there is no result.
    */
   void push_back(cshared_ptr<cobject> element);
   /**
-   * Removes the oldest element and installs its trace context as the calling thread's; null
-   * (and the context unchanged) when the queue is empty.
+   * Removes the oldest element and installs its trace context as the calling thread's; the
+   * result takes over the queue's reference. Null (and the context unchanged) when the queue is
+   * empty or unusable.
    */
   cshared_ptr<cobject> pop_front();
-  /** 1 when the queue looks empty, else 0; a hint while other threads push or pop. */
+  /**
+   * 1 when the queue looks empty (or is unusable), else 0; a hint while other threads push or
+   * pop.
+   */
   int empty() const;
-  /** Elements pushed minus elements popped; may lag an operation in progress. */
+  /**
+   * Elements pushed minus elements popped, never below 0; may lag an operation in progress.
+   * -1 for an unusable queue.
+   */
   int size() const;
 
  private:

@@ -36,10 +36,10 @@ extern "C" {
  * object than this one, as long as the payload area holds length bytes.
  */
 typedef struct OXA_MQ_MSG {
-  unsigned int type; /**< opaque to the queue; carried unchanged */
-  int priority;      /**< larger is delivered first */
-  int length;        /**< payload bytes (receive: capacity in, length out) */
-  char data[OXA_MQ_MAX_MSG_LEN];
+  unsigned int type;             /**< opaque to the queue; carried unchanged */
+  int priority;                  /**< larger is delivered first */
+  int length;                    /**< payload bytes (receive: capacity in, length out) */
+  char data[OXA_MQ_MAX_MSG_LEN]; /**< the payload, copied by value */
 } OXA_MQ_MSG;
 
 /** A queue record of the table; handles point to one. */
@@ -49,9 +49,11 @@ typedef OXA_MQ_INTER* OXA_MQ_HANDLE;
 
 /**
  * Creates a queue into *handle. 0, or -1 when the library is not started, all
- * OXA_MQ_MAX_QUEUES queues exist, handle is null, or a lock could not be created. A creation
- * that fails after a free record was found still stores that record in *handle; the record
- * stays free and the handle must not be used.
+ * OXA_MQ_MAX_QUEUES queues exist, handle is null, or one of the queue's conditions could not be
+ * created (errno from the system). A destroyed queue's record is taken again only once no receiver
+ * waits in it any more, so such waiters can make creation fail before OXA_MQ_MAX_QUEUES queues
+ * exist. A creation that fails after a free record was found still stores that record in *handle;
+ * the record stays free and the handle must not be used.
  */
 OXA_API int OXA_MsgQCreateEx(OXA_MQ_HANDLE* handle);
 /**
@@ -62,16 +64,17 @@ OXA_API int OXA_MsgQCreateEx(OXA_MQ_HANDLE* handle);
  */
 OXA_API int OXA_MsgQDestroyEx(OXA_MQ_HANDLE handle);
 /**
- * Copies msg (its header and length payload bytes) into the queue. 0; -1 for a null handle or
- * message, a destroyed queue, a length above OXA_MQ_MAX_MSG_LEN or no memory, with the queue
- * unchanged. Never blocks.
+ * Copies msg (its header and length payload bytes) into the queue and wakes the waiting
+ * receivers. 0; -1 for a null handle or message, a destroyed queue, a negative length or one
+ * above OXA_MQ_MAX_MSG_LEN, or no memory, with the queue unchanged. Never blocks.
  */
 OXA_API int OXA_MsgQSendEx(OXA_MQ_HANDLE handle, const OXA_MQ_MSG* msg);
 /**
  * Takes the next message (highest priority, oldest first) into msg, waiting at most
  * timeout_ms milliseconds of the tick counter for one to arrive (0xFFFFFFFF: in practice no
- * limit). 0 with type, priority, length and payload copied out; -1 on time-out, bad
- * arguments or a destroyed queue.
+ * limit). 0 with type, priority, length and payload copied out; -1 on time-out, for a null
+ * handle or msg, for a queue that is destroyed before or during the wait, or when a lock
+ * fails; in these cases msg is left as it was.
  *
  * Two behaviours are part of the contract:
  * - A message longer than msg->length (the buffer's capacity) is taken off the queue and lost:
@@ -94,14 +97,21 @@ typedef struct OXA_MSG_BLOCK_T OXA_MSG_BLOCK_T;
 
 #include "oxa_sync.h"
 
-/** The message-queue module's start: creates the table's lock and empties the table. 0/-1. */
+/**
+ * The message-queue module's start, run by OXA_Init: creates the table's lock and empties the
+ * table. Always 0.
+ */
 OXA_API int OXA_MsgQInitEx_Inter();
-/** The module's stop: releases every queue still in use, then destroys the table's lock. */
+/**
+ * The module's stop, run by the last OXA_Fini: releases every queue still in use with its
+ * messages, then destroys the table's lock. 0, or -1 when the lock cannot be destroyed.
+ */
 OXA_API int OXA_MsgQFiniEx_Inter();
 /**
  * The receive's wait step. REQUIRES: the queue's lock held; it is released here. Waits for an
- * arrival (which != 0) or for space (which == 0), at most timeout_ms, without limit for 0.
- * 0 after the wait, -1 when the wait could not begin.
+ * arrival (which != 0) or for space (which == 0), at most timeout_ms, without limit for 0 and
+ * 0xFFFFFFFF. 0 after the wait, whether woken or timed out; -1 when the wait could not begin
+ * (the queue's lock is released all the same), and -1 for a null queue (nothing released).
  */
 OXA_API int OXA_MsgQWaitTimeOut_Inter(OXA_MQ_INTER* queue, unsigned int timeout_ms, int which);
 
@@ -113,9 +123,12 @@ namespace oxa {
  */
 class OXA_API oxa_msgq {
  public:
-  /** Builds the lock and the semaphore, then init(). */
+  /**
+   * Builds the lock and the semaphore, then init(); without memory for the queue the object
+   * stays unusable (putq and getq give -1) until init() succeeds.
+   */
   oxa_msgq();
-  /** destroy(). */
+  /** destroy(). No thread may be in getq. */
   virtual ~oxa_msgq();
   oxa_msgq(const oxa_msgq&) = delete;
   oxa_msgq& operator=(const oxa_msgq&) = delete;
@@ -125,11 +138,16 @@ class OXA_API oxa_msgq {
    * and its pointers forgotten (not freed).
    */
   int init();
-  /** Appends block and posts the semaphore once; -1 for a null block or no queue. */
+  /**
+   * Appends block and posts the semaphore once: 0; -1 for a null block, no queue, or no memory
+   * (nothing queued).
+   */
   int putq(OXA_MSG_BLOCK_T* block);
   /**
-   * Waits for and removes the oldest pointer into *block: 0, or -1 for a null block, no queue,
-   * or when timeout_ms (-1: no limit) ran out.
+   * Waits for and removes the oldest pointer into *block: 0, or -1 (*block unchanged) for a null
+   * block, no queue (also when destroy() ran during the wait), or when timeout_ms ran out. A
+   * negative timeout_ms waits without limit, and a signal then ends the wait with -1 (errno
+   * EINTR); 0 does not wait. Timed waits run on the wall clock.
    */
   int getq(OXA_MSG_BLOCK_T** block, int timeout_ms);
   /**

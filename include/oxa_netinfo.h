@@ -85,12 +85,12 @@ typedef struct OXA_ADDRESS_INFO_T {
  * other); the system's resolver does not read them, so zero them.
  */
 typedef struct OXA_ADDRESS_HINTS_T {
-  int flags;
-  int family;
-  int sockType;
-  int protocol;
-  OXA_ADDR_T addr;
-  char* canonName;
+  int flags;       /**< the resolver's flags (AI_*), 0 for none */
+  int family;      /**< 0 for any, 2 (AF_INET) or 10 (AF_INET6) */
+  int sockType;    /**< the socket type, 0 for any */
+  int protocol;    /**< the protocol, 0 for any */
+  OXA_ADDR_T addr; /**< handed on as given (length by its family); zero it */
+  char* canonName; /**< handed on as given; set it to null */
 } OXA_ADDRESS_HINTS_T;
 
 /**
@@ -108,15 +108,17 @@ OXA_API int OXA_GetHostName(char* name, unsigned int len);
  * A null ipText, mac or len, or *len of 0, prints "trovik OXA_GetMacAddr parameter error,
  * return OXA_ERROR" on the debug channel and returns -1 with nothing changed. Otherwise *len is
  * set to 6 first. Only the first 16 entries of the system's IPv4 interface list are looked at,
- * from the last to the first. 0 when an interface matched; -1 when none carries the address or
- * a socket call failed (errno from it).
+ * from the last to the first. 0 when an interface matched; -1, with mac unchanged, when none
+ * carries the address (an interface whose hardware address cannot be read is passed over) or
+ * the socket or the interface list cannot be had (errno from the failing call).
  */
 OXA_API int OXA_GetMacAddr(const char* ipText, unsigned char mac[6], unsigned int* len);
 
 /**
  * Builds the list of network adapters and stores it in *list; the caller frees it with
- * OXA_FreeAdapterInfo. 0 on success (an empty list is null); -1 for a null list or when the
- * IPv4 part fails, with *list unchanged and nothing left allocated.
+ * OXA_FreeAdapterInfo. 0 on success (an empty list is null); -1 for a null list, when the
+ * IPv4 part fails or when memory for an IPv6 node runs out, with *list unchanged and nothing
+ * left allocated.
  *
  * IPv4 part: one record for each of the first 16 entries of the system's IPv4 interface list,
  * from the last entry to the first, with the interface's name, hardware address, and one IPv4
@@ -133,7 +135,8 @@ OXA_API int OXA_GetMacAddr(const char* ipText, unsigned char mac[6], unsigned in
  * IPv6 list of the first adapter whose MAC equals the hardware address of the address's link;
  * links without such an adapter are skipped. The dump then prints
  * "loop[<rounds>] find <links> mac and <addresses> ip" straight to standard error, rounds being
- * the number of dump requests sent (2). When the netlink socket cannot be opened or bound the
+ * the number of dump requests sent (2 unless one could not be sent). When the netlink socket
+ * cannot be opened or bound the
  * IPv4 result stands and one line is printed on the debug channel:
  *   "trovik GetIPv6ToAdapterInfo_Inter_Posix error 0 socket,errno=<errno>"
  *   "trovik GetIPv6ToAdapterInfo_Inter_Posix error 1 bind,errno=<errno>"

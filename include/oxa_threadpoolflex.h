@@ -5,7 +5,7 @@
  * handler once, on one of the pool's workers, in queue order. Workers start on demand (while
  * fewer are idle than items are queued) up to the pool's maximum, and a worker that finds no
  * work for the idle time-out ends itself; a pool that is not used holds no thread. The queue
- * holds at most 65,534 items: a dispatch fails while 65,535 are queued.
+ * holds at most 65,535 items: a dispatch fails while 65,535 are queued.
  *
  * Each item carries the dispatching thread's trace context (oxa_trace.h), which the handler
  * sees as its own thread's context; an item dispatched by a thread without one runs with none.
@@ -35,15 +35,15 @@ typedef struct OXA_THREADPOOLFLEX_T* OXA_THREADPOOLFLEX;
  * means about 49.7 days), each with a stack of stack_size bytes (0 means 1 MiB; a smaller
  * non-zero size is raised to 256 KiB). No worker starts yet.
  * Returns the pool, or null when handler is null, max_threads is 0 or negative, stack_size is
- * negative, or memory runs out.
+ * negative, or memory or a lock cannot be had (nothing is left behind).
  */
 OXA_API OXA_THREADPOOLFLEX thrmgr_new(int max_threads, int idle_timeout_ms,
                                       OXA_THREADPOOLFLEX_HANDLER handler, int stack_size);
 /**
  * Queues data for the handler and starts a worker when fewer are idle than items are queued
  * and the pool is below its maximum. 1 when queued; 0 for a null pool, a pool being destroyed,
- * a full queue, no memory, or when no worker could be started and none is alive (the item is
- * then not queued). Thread-safe.
+ * a full queue, no memory, or when no worker could be started and none is alive; on 0 the item
+ * is not queued and the handler never sees it. Thread-safe.
  */
 OXA_API int thrmgr_dispatch(OXA_THREADPOOLFLEX pool, void* data);
 /** Items queued and not yet taken by a worker; -1 for a null pool or one being destroyed. */
@@ -60,15 +60,24 @@ OXA_API int thrmgr_getQSize(OXA_THREADPOOLFLEX pool);
  */
 OXA_API void thrmgr_destroy(OXA_THREADPOOLFLEX pool, int wait);
 
-/** thrmgr_new. */
+/**
+ * thrmgr_new: the pool, or null when handler is null, max_threads is not above 0, stack_size is
+ * negative, or memory or a lock cannot be had.
+ */
 OXA_API OXA_THREADPOOLFLEX OXA_ThreadPoolFlex_Create(int max_threads, int idle_timeout_ms,
                                                      OXA_THREADPOOLFLEX_HANDLER handler,
                                                      int stack_size);
-/** thrmgr_dispatch: 0 when queued, -1 otherwise. */
+/**
+ * thrmgr_dispatch: 0 when queued, -1 otherwise (null pool, pool being destroyed, full queue,
+ * no memory, no worker).
+ */
 OXA_API int OXA_ThreadPoolFlex_Work(OXA_THREADPOOLFLEX pool, void* data);
-/** thrmgr_destroy(pool, 0): drops queued items at once; 0. */
+/**
+ * thrmgr_destroy(pool, 0): drops queued items at once, waits for running handlers, frees the
+ * pool; always 0 (also for a null pool).
+ */
 OXA_API int OXA_ThreadPoolFlex_Destroy(OXA_THREADPOOLFLEX pool);
-/** thrmgr_destroy(pool, wait); 0. */
+/** thrmgr_destroy(pool, wait); always 0 (also for a null pool). */
 OXA_API int OXA_ThreadPoolFlex_DestroyEx(OXA_THREADPOOLFLEX pool, int wait);
 
 #ifdef __cplusplus

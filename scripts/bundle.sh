@@ -12,6 +12,10 @@ mkdir -p "$stage/oxa-tests-armhf"
 for component in runtime tests; do
   cmake --install "$build" --strip --component "$component" --prefix "$stage/oxa-tests-armhf" >/dev/null
 done
+for part in bin examples; do
+  [ -n "$(ls -A "$stage/oxa-tests-armhf/$part" 2>/dev/null)" ] ||
+    { echo "bundle: $build has no $part (build it with tests and examples)" >&2; exit 1; }
+done
 install -m 755 "$root/scripts/run-tests.sh" "$stage/oxa-tests-armhf/run-tests.sh"
 mkdir -p "$(dirname "$out")"
 tar -C "$stage" -czf "$out" oxa-tests-armhf

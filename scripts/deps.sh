@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh [host|armhf|bench|fuzz|docs]...
 set -euo pipefail
 
-want=(cmake make g++ pkg-config googletest uuid-dev libboost-dev)
+want=(cmake make g++ pkg-config file googletest uuid-dev libboost-dev)
 for kind in "$@"; do
   case "$kind" in
     host) ;;

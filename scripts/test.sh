@@ -25,7 +25,7 @@ run_suite() {  # name, extra cmake arguments...
   (cd "$build/$name" && ctest --output-on-failure -j "$((jobs * 2))" --timeout 120)
 }
 armhf_args=(-DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake
-            -DOXA_ARMHF_SYSROOT="$PWD/$build/armhf-sysroot")
+            -DOXA_ARMHF_SYSROOT="$PWD/$build/armhf-sysroot" -DOXA_BUILD_EXAMPLES=ON)
 
 if [[ $what == all || $what == host ]]; then
   run_suite host
@@ -37,13 +37,18 @@ if [[ $what == all || $what == armhf ]]; then
   run_suite armhf "${armhf_args[@]}"
 fi
 if [[ $what == all || $what == package || $what == release ]]; then
-  # The same builds as the host and armhf suites (a no-op after them), then CPack and the bundle.
-  build_suite host
+  # The packages come from library-only trees whose library folder is Debian's multiarch one
+  # (/usr/lib/<triplet>); the bundle from the armhf suite's tree (a no-op build after it).
+  package_args=(-DBUILD_TESTING=OFF -DOXA_BUILD_EXAMPLES=OFF)
+  build_suite package-host "${package_args[@]}" \
+    -DCMAKE_INSTALL_LIBDIR:PATH="lib/$(gcc -print-multiarch)"
+  build_suite package-armhf "${armhf_args[@]}" "${package_args[@]}" \
+    -DCMAKE_INSTALL_LIBDIR:PATH="lib/$(arm-linux-gnueabihf-gcc -print-multiarch)"
   build_suite armhf "${armhf_args[@]}"
   echo "==== package: Debian packages and the device test bundle in $build/packages"
   rm -rf "$build/packages"
   for arch in host armhf; do
-    (cd "$build/$arch" && cpack -B "$PWD/../packages" >/dev/null)
+    (cd "$build/package-$arch" && cpack -B "$PWD/../packages" >/dev/null)
   done
   rm -rf "$build/packages/_CPack_Packages"
   scripts/bundle.sh "$build/armhf" "$build/packages/oxa-tests-armhf.tar.gz"
@@ -53,6 +58,15 @@ if [[ $what == all || $what == release ]]; then
   echo "==== package: consumers against the unpacked amd64 packages"
   cmake -DSOURCE_DIR="$PWD" -DDEBS="$(ls "$PWD/$build/packages"/*_amd64.deb | tr '\n' ';')" \
     -DWORK_DIR="$PWD/$build/package-check" -P tests/install/check.cmake
+  echo "==== package: the armhf packages"
+  for deb in "$build/packages"/*_armhf.deb; do
+    dpkg-deb -I "$deb" | grep -E '^ (Package|Architecture|Multi-Arch):'
+    dpkg-deb -f "$deb" Architecture Multi-Arch | tr '\n' ' ' | grep -qx 'Architecture: armhf Multi-Arch: same ' ||
+      { echo "$deb: not an armhf Multi-Arch: same package" >&2; exit 1; }
+  done
+  dpkg-deb -x "$(ls "$build/packages"/liboxa[0-9]*_armhf.deb)" "$build/package-check/armhf"
+  readelf -h "$build/package-check/armhf/usr/lib/arm-linux-gnueabihf/liboxa.so".[0-9]* | grep -q 'Machine: *ARM$' ||
+    { echo "the armhf runtime package holds no ARM library in /usr/lib/arm-linux-gnueabihf" >&2; exit 1; }
   echo "==== package: the device test bundle under qemu-arm"
   rm -rf "$build/bundle-check"
   mkdir -p "$build/bundle-check"
