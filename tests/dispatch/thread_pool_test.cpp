@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -45,13 +44,6 @@ void* RunTask(void* arg) {
   task->done_at = std::chrono::steady_clock::now();
   task->finished.Open();
   return nullptr;
-}
-
-OXA_TRACEINFO MakeTrace(const char* text) {
-  OXA_TRACEINFO info{};
-  strncpy(info.text1, text, sizeof info.text1 - 1);
-  info.byte1 = 7;
-  return info;
 }
 
 TEST(ThreadPool, EmptyPoolStartsAWorkerForItsFirstItem) {
@@ -187,7 +179,7 @@ TEST(ThreadPool, ItemsCarryTheSubmittersTraceContextButNotWhenTheyStartAWorker) 
   auto& trace = oxa::oxa_tlsTraceInfoOper::instance();
   OXA_THREADPOOL pool = OXA_ThreadPool_Create(1, 2);
   ASSERT_NE(nullptr, pool);
-  ASSERT_EQ(0, trace.setTraceInfo(MakeTrace("req-7")));
+  ASSERT_EQ(0, trace.setTraceInfo(oxa_test::TraceInfo("req-7", "", "", 7)));
   Task traced(true);
   ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &traced));  // idle worker 0
   ASSERT_TRUE(traced.started.Wait());

@@ -14,19 +14,9 @@
 namespace {
 
 using oxa_test::OnFreshThread;
+using oxa_test::TraceInfo;
 
 oxa::oxa_tlsTraceInfoOper& Trace() { return oxa::oxa_tlsTraceInfoOper::instance(); }
-
-OXA_TRACEINFO MakeInfo(const std::string& a, const std::string& b, const std::string& c,
-                       unsigned char x, unsigned char y) {
-  OXA_TRACEINFO info{};
-  strncpy(info.text1, a.c_str(), sizeof info.text1 - 1);
-  strncpy(info.text2, b.c_str(), sizeof info.text2 - 1);
-  strncpy(info.text3, c.c_str(), sizeof info.text3 - 1);
-  info.byte1 = x;
-  info.byte2 = y;
-  return info;
-}
 
 bool Same(const OXA_TRACEINFO& a, const OXA_TRACEINFO& b) { return memcmp(&a, &b, sizeof a) == 0; }
 
@@ -39,7 +29,7 @@ TEST(TraceContext, SetGetEraseArePerThreadAndKeep64Characters) {
     EXPECT_EQ(-1, Trace().getTraceInfo(&out));
     EXPECT_TRUE(Same(OXA_TRACEINFO{}, out)) << "no context reads as zeroes";
     for (const OXA_TRACEINFO& in :
-         {MakeInfo("req-1", "user", "span", 7, 200), MakeInfo("req-2", "", "", 1, 2)}) {
+         {TraceInfo("req-1", "user", "span", 7, 200), TraceInfo("req-2", "", "", 1, 2)}) {
       ASSERT_EQ(0, Trace().setTraceInfo(in));  // the second overwrites in place
       ASSERT_EQ(0, Trace().getTraceInfo(&out));
       EXPECT_TRUE(Same(in, out)) << in.text1;
@@ -71,7 +61,7 @@ TEST(TraceContext, ManyThreadsSetAndEraseConcurrently) {
     threads.emplace_back([t] {
       for (int i = 0; i < 200; ++i) {
         const std::string tag = std::to_string(t) + ":" + std::to_string(i);
-        ASSERT_EQ(0, Trace().setTraceInfo(MakeInfo(tag, "", "", 0, 0)));
+        ASSERT_EQ(0, Trace().setTraceInfo(TraceInfo(tag, "", "", 0, 0)));
         OXA_TRACEINFO out;
         ASSERT_EQ(0, Trace().getTraceInfo(&out));
         ASSERT_EQ(tag, out.text1);
@@ -87,7 +77,7 @@ TEST(TraceContext, ManyThreadsSetAndEraseConcurrently) {
 // A thread that ends without erasing its context does not leave it behind: thousands of
 // short-lived threads the library never started do not grow the heap.
 TEST(TraceContext, ContextOfAnEndedThreadIsReclaimed) {
-  const auto set_once = [] { Trace().setTraceInfo(MakeInfo("short", "lived", "thread", 1, 2)); };
+  const auto set_once = [] { Trace().setTraceInfo(TraceInfo("short", "lived", "thread", 1, 2)); };
   OnFreshThread(set_once);  // warms up whatever the first thread allocates once
   const size_t before = mallinfo2().uordblks;
   for (int i = 0; i < 2000; ++i)

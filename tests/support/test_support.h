@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "oxa_trace.h"
+
 namespace oxa_test {
 
 // A generous bound for any blocking step that should finish at once: a failing test ends
@@ -54,6 +56,11 @@ inline std::vector<char> Pattern(uint32_t seed, size_t size) {
     data[i] = static_cast<char>((i * 2654435761u + seed) >> 13);
   return data;
 }
+
+// A trace record with these texts (cut to 64 characters) and bytes, zero everywhere else.
+OXA_TRACEINFO TraceInfo(const std::string& text1, const std::string& text2 = "",
+                        const std::string& text3 = "", unsigned char byte1 = 0,
+                        unsigned char byte2 = 0);
 
 // Waits until the process has `threads` threads again (exited threads vanish from
 // /proc/self/task a little after join or detach); true when it got there within the guard.
