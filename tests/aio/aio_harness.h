@@ -101,14 +101,6 @@ inline void EnlargeBuffers(int fd) {
   setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
-// Deterministic test data of `size` bytes, different for every seed.
-inline std::vector<char> Pattern(uint32_t seed, size_t size) {
-  std::vector<char> data(size);
-  for (size_t i = 0; i < size; ++i)
-    data[i] = static_cast<char>((i * 2654435761u + seed) >> 13);
-  return data;
-}
-
 // Reads exactly data.size() bytes from fd within the hang guard; true when they are `data`.
 inline bool ReceivesExactly(int fd, const std::vector<char>& data) {
   std::vector<char> got(data.size());

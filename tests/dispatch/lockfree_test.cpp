@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string.h>
-
 #include <atomic>
 #include <future>
 #include <thread>
@@ -9,6 +7,8 @@
 
 #include "oxa_lockfree.h"
 #include "oxa_trace.h"
+
+#include "support/test_support.h"
 
 namespace {
 
@@ -26,15 +26,6 @@ class Item : public oxa::cobject {
 
 int IdOf(const oxa::cshared_ptr<oxa::cobject>& element) {
   return element ? dynamic_cast<Item*>(element.get())->id() : -1;
-}
-
-OXA_TRACEINFO Context(const char* text, unsigned char byte) {
-  OXA_TRACEINFO info;
-  memset(&info, 0, sizeof(info));
-  strncpy(info.text1, text, 64);
-  strncpy(info.text3, "third", 64);
-  info.byte2 = byte;
-  return info;
 }
 
 TEST(LockFreeQueue, IsFirstInFirstOutAndCountsReferences) {
@@ -86,7 +77,7 @@ TEST(LockFreeQueue, DestructionReleasesEachQueuedElementOnce) {
 TEST(LockFreeQueue, TheProducersTraceContextFollowsTheObject) {
   std::atomic<int> destroyed{0};
   oxa::oxa_lockfreeQ queue;
-  const OXA_TRACEINFO sent = Context("request 42", 7);
+  const OXA_TRACEINFO sent = oxa_test::TraceInfo("request 42", "", "third", 0, 7);
   std::thread producer([&] {
     oxa::oxa_tlsTraceInfoOper::instance().setTraceInfo(sent);
     queue.push_back(new Item(1, &destroyed));

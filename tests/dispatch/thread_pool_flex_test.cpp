@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
-#include <string.h>
 
 #include <atomic>
 #include <chrono>
@@ -208,11 +207,8 @@ TEST_F(FlexPool, IdleWorkersEndAfterTheTimeOut) {
 TEST_F(FlexPool, TheHandlerSeesTheDispatchersTraceContext) {
   OXA_THREADPOOLFLEX pool = thrmgr_new(1, 1000, Record, 0);
   std::thread with_context([&] {
-    OXA_TRACEINFO info;
-    memset(&info, 0, sizeof(info));
-    strcpy(info.text2, "submitted here");
-    info.byte1 = 3;
-    oxa::oxa_tlsTraceInfoOper::instance().setTraceInfo(info);
+    oxa::oxa_tlsTraceInfoOper::instance().setTraceInfo(
+        oxa_test::TraceInfo("", "submitted here", "", 3));
     thrmgr_dispatch(pool, Data(1));
     oxa::oxa_tlsTraceInfoOper::instance().eraseTraceInfo();
   });

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -47,26 +46,6 @@ void* RunTask(void* arg) {
   return nullptr;
 }
 
-OXA_TRACEINFO MakeTrace(const char* text) {
-  OXA_TRACEINFO info{};
-  strncpy(info.text1, text, sizeof info.text1 - 1);
-  info.byte1 = 7;
-  return info;
-}
-
-TEST(ThreadPool, BadArgumentsFailAndRunNothing) {
-  oxa_test::StderrCapture capture;
-  Task task;
-  EXPECT_EQ(-1, OXA_ThreadPool_Work(nullptr, RunTask, &task));
-  EXPECT_EQ(nullptr, OXA_ThreadPool_CreateFlex(0, 513, 0, -1));
-  EXPECT_EQ(-1, OXA_ThreadPool_Destroy(nullptr));
-  OXA_THREADPOOL pool = OXA_ThreadPool_Create(0, MAX_THREAD_PER_THREADPOOL);
-  ASSERT_NE(nullptr, pool);
-  EXPECT_EQ(-1, OXA_ThreadPool_WorkEx(pool, nullptr, &task, 1));
-  EXPECT_EQ(0, OXA_ThreadPool_Destroy(pool));
-  EXPECT_FALSE(task.started.IsOpen());
-}
-
 TEST(ThreadPool, EmptyPoolStartsAWorkerForItsFirstItem) {
   const int base = ThreadCount();
   OXA_THREADPOOL pool = OXA_ThreadPool_Create(0, 2);
@@ -82,12 +61,21 @@ TEST(ThreadPool, EmptyPoolStartsAWorkerForItsFirstItem) {
   EXPECT_TRUE(WaitForThreadCount(base));
 }
 
-TEST(ThreadPool, FailedCreationLeavesNoWorkerAndTheTableHolds64Pools) {
+TEST(ThreadPool, BadArgumentsRunNothingAndTheTableHolds64Pools) {
   const int base = ThreadCount();
   oxa_test::StderrCapture capture;
+  Task task;
+  EXPECT_EQ(-1, OXA_ThreadPool_Work(nullptr, RunTask, &task));
+  EXPECT_EQ(-1, OXA_ThreadPool_Destroy(nullptr));
+  EXPECT_EQ(nullptr, OXA_ThreadPool_CreateFlex(0, 513, 0, -1));
   EXPECT_EQ(nullptr, OXA_ThreadPool_Create(3, 2));          // more initial than maximum
   EXPECT_EQ(nullptr, OXA_ThreadPool_CreateEx(2, 2, 1000));  // stack below the minimum
   EXPECT_TRUE(WaitForThreadCount(base));
+  OXA_THREADPOOL full = OXA_ThreadPool_Create(0, MAX_THREAD_PER_THREADPOOL);
+  ASSERT_NE(nullptr, full);
+  EXPECT_EQ(-1, OXA_ThreadPool_WorkEx(full, nullptr, &task, 1));
+  EXPECT_EQ(0, OXA_ThreadPool_Destroy(full));
+  EXPECT_FALSE(task.started.IsOpen());
   std::vector<OXA_THREADPOOL> pools;
   for (int i = 0; i < 64; ++i)
     pools.push_back(OXA_ThreadPool_Create(0, 1));
@@ -191,7 +179,7 @@ TEST(ThreadPool, ItemsCarryTheSubmittersTraceContextButNotWhenTheyStartAWorker) 
   auto& trace = oxa::oxa_tlsTraceInfoOper::instance();
   OXA_THREADPOOL pool = OXA_ThreadPool_Create(1, 2);
   ASSERT_NE(nullptr, pool);
-  ASSERT_EQ(0, trace.setTraceInfo(MakeTrace("req-7")));
+  ASSERT_EQ(0, trace.setTraceInfo(oxa_test::TraceInfo("req-7", "", "", 7)));
   Task traced(true);
   ASSERT_EQ(0, OXA_ThreadPool_Work(pool, RunTask, &traced));  // idle worker 0
   ASSERT_TRUE(traced.started.Wait());

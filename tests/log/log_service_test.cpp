@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <ctype.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -104,14 +103,8 @@ TEST(LogService, ResultCodesAndLevelOrder) {
 TEST(LogService, ConsoleAndDebugTargetsAndThreadLifetime) {
   const int threads = oxa_test::ThreadCount();
   const int fds = oxa_test::OpenFdCount();
-  fflush(stdout);
-  char path[] = "/tmp/oxa_stdout_XXXXXX";
-  const int out = mkstemp(path);
-  ASSERT_GE(out, 0);
-  unlink(path);
-  const int saved_out = fcntl(1, F_DUPFD_CLOEXEC, 0);
-  dup2(out, 1);
   std::string debug_text;
+  testing::internal::CaptureStdout();
   {
     oxa_test::StderrCapture capture;
     EnableTarget(OXA_LOG_TO_CONSOLE, nullptr, 0, 0);
@@ -123,12 +116,7 @@ TEST(LogService, ConsoleAndDebugTargetsAndThreadLifetime) {
     EXPECT_EQ(0, DisableTarget(OXA_LOG_TO_DEBUG));  // none left: stops, lines written first
     debug_text = capture.Take();
   }
-  dup2(saved_out, 1);
-  close(saved_out);
-  lseek(out, 0, SEEK_SET);
-  std::string console_text(4096, '\0');
-  console_text.resize(static_cast<size_t>(read(out, &console_text[0], console_text.size())));
-  close(out);
+  const std::string console_text = testing::internal::GetCapturedStdout();
   const auto lines = SplitLines(console_text);
   ASSERT_EQ(2u, lines.size());
   EXPECT_EQ("first", TextOf(lines[0]));

@@ -13,83 +13,43 @@
 
 namespace {
 
+using oxa_test::OnFreshThread;
+using oxa_test::TraceInfo;
+
 oxa::oxa_tlsTraceInfoOper& Trace() { return oxa::oxa_tlsTraceInfoOper::instance(); }
 
-OXA_TRACEINFO MakeInfo(const std::string& a, const std::string& b, const std::string& c,
-                       unsigned char x, unsigned char y) {
-  OXA_TRACEINFO info{};
-  strncpy(info.text1, a.c_str(), sizeof info.text1 - 1);
-  strncpy(info.text2, b.c_str(), sizeof info.text2 - 1);
-  strncpy(info.text3, c.c_str(), sizeof info.text3 - 1);
-  info.byte1 = x;
-  info.byte2 = y;
-  return info;
-}
+bool Same(const OXA_TRACEINFO& a, const OXA_TRACEINFO& b) { return memcmp(&a, &b, sizeof a) == 0; }
 
-// A thread of its own, so each case starts without a context and leaves none behind.
-template <class F>
-void OnFreshThread(F body) {
-  std::thread(body).join();
-}
-
-TEST(TraceContext, SetGetEraseRoundTrip) {
+// Set, overwrite, read back whole, erase; another thread sees none of it; a 65-character text
+// comes back as its first 64 characters.
+TEST(TraceContext, SetGetEraseArePerThreadAndKeep64Characters) {
   OnFreshThread([] {
-    OXA_TRACEINFO none;
-    memset(&none, 0xAB, sizeof none);
-    EXPECT_EQ(-1, Trace().getTraceInfo(&none));
-    const OXA_TRACEINFO zero{};
-    EXPECT_EQ(0, memcmp(&zero, &none, sizeof none)) << "no context reads as zeroes";
-
-    ASSERT_EQ(0, Trace().setTraceInfo(MakeInfo("req-1", "user", "span", 7, 200)));
-    OXA_TRACEINFO out{};
-    ASSERT_EQ(0, Trace().getTraceInfo(&out));
-    EXPECT_STREQ("req-1", out.text1);
-    EXPECT_STREQ("user", out.text2);
-    EXPECT_STREQ("span", out.text3);
-    EXPECT_EQ(7, out.byte1);
-    EXPECT_EQ(200, out.byte2);
-
-    ASSERT_EQ(0, Trace().setTraceInfo(MakeInfo("req-2", "", "", 1, 2)));  // overwrite in place
-    ASSERT_EQ(0, Trace().getTraceInfo(&out));
-    EXPECT_STREQ("req-2", out.text1);
-    EXPECT_STREQ("", out.text2);
-
+    OXA_TRACEINFO out;
+    memset(&out, 0xAB, sizeof out);
+    EXPECT_EQ(-1, Trace().getTraceInfo(&out));
+    EXPECT_TRUE(Same(OXA_TRACEINFO{}, out)) << "no context reads as zeroes";
+    for (const OXA_TRACEINFO& in :
+         {TraceInfo("req-1", "user", "span", 7, 200), TraceInfo("req-2", "", "", 1, 2)}) {
+      ASSERT_EQ(0, Trace().setTraceInfo(in));  // the second overwrites in place
+      ASSERT_EQ(0, Trace().getTraceInfo(&out));
+      EXPECT_TRUE(Same(in, out)) << in.text1;
+    }
+    int other = 0;
+    std::thread([&] { other = Trace().getTraceInfo(&out); }).join();
+    EXPECT_EQ(-1, other);
     EXPECT_EQ(0, Trace().eraseTraceInfo());
     EXPECT_EQ(-1, Trace().getTraceInfo(&out));
     EXPECT_EQ(0, Trace().eraseTraceInfo());  // twice is harmless
-  });
-}
 
-TEST(TraceContext, LongTextsComeBackAsTheirFirst64Characters) {
-  OnFreshThread([] {
     OXA_TRACEINFO in{};
     memset(in.text1, 'x', sizeof in.text1);  // 65 characters, no terminator in the field
     ASSERT_EQ(0, Trace().setTraceInfo(in));
-    OXA_TRACEINFO out;
     memset(&out, 0x5A, sizeof out);
     ASSERT_EQ(0, Trace().getTraceInfo(&out));
     EXPECT_EQ(std::string(64, 'x'), std::string(out.text1, 64));
     EXPECT_EQ(0x5A, static_cast<unsigned char>(out.text1[64])) << "the 65th byte is not written";
     Trace().eraseTraceInfo();
   });
-}
-
-TEST(TraceContext, ContextsArePerThread) {
-  OnFreshThread([] {
-    ASSERT_EQ(0, Trace().setTraceInfo(MakeInfo("mine", "", "", 0, 0)));
-    int other = 0;
-    std::thread([&] {
-      OXA_TRACEINFO out;
-      other = Trace().getTraceInfo(&out);
-    }).join();
-    EXPECT_EQ(-1, other);
-    OXA_TRACEINFO out;
-    EXPECT_EQ(0, Trace().getTraceInfo(&out));
-    Trace().eraseTraceInfo();
-  });
-}
-
-TEST(TraceContext, NullRecordIsRefusedWithAMessage) {
   oxa_test::StderrCapture capture;
   EXPECT_EQ(-1, Trace().getTraceInfo(nullptr));
   EXPECT_EQ("traceInfo is null ptr\r\n", capture.Take());
@@ -101,7 +61,7 @@ TEST(TraceContext, ManyThreadsSetAndEraseConcurrently) {
     threads.emplace_back([t] {
       for (int i = 0; i < 200; ++i) {
         const std::string tag = std::to_string(t) + ":" + std::to_string(i);
-        ASSERT_EQ(0, Trace().setTraceInfo(MakeInfo(tag, "", "", 0, 0)));
+        ASSERT_EQ(0, Trace().setTraceInfo(TraceInfo(tag, "", "", 0, 0)));
         OXA_TRACEINFO out;
         ASSERT_EQ(0, Trace().getTraceInfo(&out));
         ASSERT_EQ(tag, out.text1);
@@ -117,7 +77,7 @@ TEST(TraceContext, ManyThreadsSetAndEraseConcurrently) {
 // A thread that ends without erasing its context does not leave it behind: thousands of
 // short-lived threads the library never started do not grow the heap.
 TEST(TraceContext, ContextOfAnEndedThreadIsReclaimed) {
-  const auto set_once = [] { Trace().setTraceInfo(MakeInfo("short", "lived", "thread", 1, 2)); };
+  const auto set_once = [] { Trace().setTraceInfo(TraceInfo("short", "lived", "thread", 1, 2)); };
   OnFreshThread(set_once);  // warms up whatever the first thread allocates once
   const size_t before = mallinfo2().uordblks;
   for (int i = 0; i < 2000; ++i)

@@ -18,14 +18,9 @@ namespace {
 
 using oxa_test::Stopwatch;
 
-// Polls the pool's size until it is `bytes` or the hang guard passes; true when it got there.
+// True once the pool's idle check has brought its size to `bytes`, false after the hang guard.
 bool WaitForSize(OXA_MemoryPool* pool, unsigned int bytes) {
-  Stopwatch watch;
-  while (OXA_MemoryPool_Size(pool) != bytes) {
-    if (watch.Elapsed().count() > oxa_test::kHangGuardMs) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));  // polling interval, not a handshake
-  }
-  return true;
+  return oxa_test::Eventually([&] { return OXA_MemoryPool_Size(pool) == bytes; });
 }
 
 TEST(FixedPool, GrowsOneBlockPerAllocUpToTheMaximumAndReusesTheLatestReturnFirst) {

@@ -17,6 +17,8 @@
 
 namespace {
 
+using oxa_test::Bytes;
+
 using Bytes16 = std::array<unsigned char, 16>;
 
 Bytes16 Groups(std::array<uint16_t, 8> groups) {
@@ -24,10 +26,6 @@ Bytes16 Groups(std::array<uint16_t, 8> groups) {
   for (int i = 0; i < 16; ++i)
     out[i] = static_cast<unsigned char>(groups[i / 2] >> (i % 2 == 0 ? 8 : 0));
   return out;
-}
-
-std::string Bytes(const void* data, size_t len) {
-  return std::string(static_cast<const char*>(data), len);
 }
 
 const Bytes16 kFailed = Groups({0xeeee, 0xeeee, 0xeeee, 0xeeee, 0xeeee, 0xeeee, 0xeeee, 0xeeee});

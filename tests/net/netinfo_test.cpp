@@ -23,9 +23,7 @@
 
 namespace {
 
-std::string Bytes(const void* data, size_t len) {
-  return std::string(static_cast<const char*>(data), len);
-}
+using oxa_test::Bytes;
 
 const std::string kLoopback6 = Bytes(&in6addr_loopback, 16);
 

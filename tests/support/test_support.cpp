@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <thread>
@@ -38,6 +39,17 @@ bool WaitForThreadCount(int threads) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
+}
+
+OXA_TRACEINFO TraceInfo(const std::string& text1, const std::string& text2,
+                        const std::string& text3, unsigned char byte1, unsigned char byte2) {
+  OXA_TRACEINFO info{};
+  strncpy(info.text1, text1.c_str(), sizeof info.text1 - 1);
+  strncpy(info.text2, text2.c_str(), sizeof info.text2 - 1);
+  strncpy(info.text3, text3.c_str(), sizeof info.text3 - 1);
+  info.byte1 = byte1;
+  info.byte2 = byte2;
+  return info;
 }
 
 DefaultFamilyRestorer::DefaultFamilyRestorer() : saved_(g_Af) {}

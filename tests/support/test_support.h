@@ -2,12 +2,17 @@
 #ifndef OXA_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define OXA_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <stdint.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
+
+#include "oxa_trace.h"
 
 namespace oxa_test {
 
@@ -19,6 +24,43 @@ constexpr unsigned int kHangGuardMs = 5000;
 int CountEntries(const char* dir);
 inline int OpenFdCount() { return CountEntries("/proc/self/fd"); }
 inline int ThreadCount() { return CountEntries("/proc/self/task"); }
+
+// Polls until pred() holds, yielding in between; false when the hang guard passed first. For
+// states another thread reaches inside a blocking call, from where it cannot send a handshake.
+template <class Pred>
+bool Eventually(Pred pred) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kHangGuardMs);
+  while (!pred()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// Runs body on a thread of its own, which starts without any thread-local state (such as a
+// trace context) and takes whatever it leaves with it.
+template <class F>
+void OnFreshThread(F body) {
+  std::thread(body).join();
+}
+
+// The bytes of an object or array as a string, for comparisons that print what differs.
+inline std::string Bytes(const void* data, size_t len) {
+  return std::string(static_cast<const char*>(data), len);
+}
+
+// Deterministic test data of `size` bytes, different for every seed.
+inline std::vector<char> Pattern(uint32_t seed, size_t size) {
+  std::vector<char> data(size);
+  for (size_t i = 0; i < size; ++i)
+    data[i] = static_cast<char>((i * 2654435761u + seed) >> 13);
+  return data;
+}
+
+// A trace record with these texts (cut to 64 characters) and bytes, zero everywhere else.
+OXA_TRACEINFO TraceInfo(const std::string& text1, const std::string& text2 = "",
+                        const std::string& text3 = "", unsigned char byte1 = 0,
+                        unsigned char byte2 = 0);
 
 // Waits until the process has `threads` threads again (exited threads vanish from
 // /proc/self/task a little after join or detach); true when it got there within the guard.

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
@@ -16,6 +14,7 @@
 
 #include "oxa_event.h"
 
+#include "support/loopback.h"
 #include "support/test_support.h"
 
 namespace {
@@ -203,22 +202,17 @@ TEST(Event, ReadEventReportsDataThenCloseAndHasNoPipe) {
 
 TEST(Event, AcceptConnectAndWriteEvents) {
   FdLeakCheck leaks;
-  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  OXA_ADDR_T addr;
+  oxa_test::UniqueFd listening = oxa_test::BoundLoopback(AF_INET, SOCK_STREAM, &addr);
+  const int listener = listening.get();
   const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof addr;
-  ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&addr), length));
-  ASSERT_EQ(0, listen(listener, 4));
-  ASSERT_EQ(0, getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &length));
   OXA_EVENT_HANDLE accepting = OXA_CreateEvent(0);
   OXA_EVENT_HANDLE connecting = OXA_CreateEvent(0);
   OXA_EVENT_HANDLE writing = OXA_CreateEvent(0);
   ASSERT_EQ(0, OXA_EventSelect(listener, accepting, OXA_FD_ACCEPT));
   ASSERT_EQ(0, OXA_EventSelect(client, connecting, OXA_FD_CONNECT));
   EXPECT_EQ(OXA_WAIT_TIMEOUT, WaitAny({accepting}, 0));
-  EXPECT_TRUE(connect(client, reinterpret_cast<sockaddr*>(&addr), length) == 0 ||
+  EXPECT_TRUE(connect(client, &addr.sa, sizeof addr.in4) == 0 ||
               errno == EINPROGRESS);  // the socket is non-blocking
   EXPECT_EQ(0u, WaitAny({accepting}, kGuardMs));
   EXPECT_EQ(OXA_FD_ACCEPT, Triggered(listener, accepting));
@@ -232,7 +226,6 @@ TEST(Event, AcceptConnectAndWriteEvents) {
   for (OXA_EVENT_HANDLE event : {accepting, connecting, writing})
     OXA_CloseEvent(event);
   close(client);
-  close(listener);
 }
 
 TEST(Event, MultipleWaitResumesAfterASignal) {

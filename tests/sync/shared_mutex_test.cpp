@@ -13,20 +13,9 @@
 
 namespace {
 
+using oxa_test::Eventually;
 using oxa_test::kHangGuardMs;
 using std::chrono::milliseconds;
-
-// Polls until pred() holds; false after the hang guard. For states another thread reaches
-// inside a blocking call, from where it cannot send a handshake.
-template <class Pred>
-bool Eventually(Pred pred) {
-  oxa_test::Stopwatch watch;
-  while (!pred()) {
-    if (watch.Elapsed().count() > kHangGuardMs) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 TEST(SharedMutex, FunctionInterfaceChecksSlotsAndTracksHolders) {
   OXA_SharedMutex* m = nullptr;

@@ -16,6 +16,8 @@
 
 namespace {
 
+using oxa_test::OnFreshThread;
+
 using oxa_test::ThreadCount;
 using oxa_test::WaitForThreadCount;
 
@@ -45,12 +47,6 @@ void* RecordTrace(void* arg) {
   Trace().setTraceInfo(Info('x'));  // must not reach the creator
   probe->done.set_value();
   return arg;
-}
-
-// Runs body on a thread of its own, which starts without a trace record.
-template <class F>
-void OnFreshThread(F body) {
-  std::thread(body).join();
 }
 
 TEST(Thread, InvalidArgumentsAndTheSchedulingQuirks) {
