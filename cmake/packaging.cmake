@@ -30,23 +30,24 @@ set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${OXA_DEB_ARCH})
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)   # name_version_arch.deb
+set(CPACK_STRIP_FILES ON)                 # the build tree keeps the debugging information
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${OXA_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
     "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12), libuuid1 (>= 2.16)")
-# A shlibs file for packages built against this one, and ldconfig run on install and removal.
+# A shlibs file for packages built against this one; ldconfig runs on install and removal.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Portable runtime library for embedded Linux (shared library)")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME liboxa-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${OXA_DEB_RUNTIME} (= ${PROJECT_VERSION})")
-set(CPACK_COMPONENT_DEV_DESCRIPTION
-    "Portable runtime library for embedded Linux (headers, pkg-config and CMake files)")
-# Built with a multiarch library folder (lib/<triplet>, as `make package` does), the packages
-# are marked to install beside the same packages of other architectures.
+set(CPACK_COMPONENT_DEV_DESCRIPTION "Headers, the development link, pkg-config and CMake files.")
+# Installed into a multiarch library folder (lib/<triplet>, as `make package` builds), the
+# packages are marked to install beside the same packages of other architectures.
 if(CMAKE_INSTALL_LIBDIR MATCHES "^lib/[^/]+-linux-[^/]+$")
-  set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/deb-multiarch.cmake)
+  set(CPACK_OXA_MULTIARCH ON)
 endif()
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/deb-finish.cmake)
 include(CPack)
