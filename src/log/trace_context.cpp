@@ -36,8 +36,10 @@ OXA_TLS_KEY TraceKey() { return g_oxa_store_tls_handle.load(std::memory_order_re
 constexpr size_t kTextField = sizeof(OXA_TRACEINFO::text1);  // 65: 64 characters and a zero
 constexpr size_t kTextChars = kTextField - 1;
 
-std::string TextOf(const char (&field)[kTextField]) {
-  return std::string(field, strnlen(field, kTextField));
+// Assigns in place, so a thread that sets its context again and again reuses the strings'
+// storage instead of allocating.
+void AssignText(const char (&field)[kTextField], std::string* text) {
+  text->assign(field, strnlen(field, kTextField));
 }
 
 // Copies at most 64 characters; the 65th byte of the field is left as it was, so a text of
@@ -53,9 +55,9 @@ namespace oxa {
 class CTraceInfo_context : public shared_object {
  public:
   void Assign(const OXA_TRACEINFO& info) {
-    text1_ = TextOf(info.text1);
-    text2_ = TextOf(info.text2);
-    text3_ = TextOf(info.text3);
+    AssignText(info.text1, &text1_);
+    AssignText(info.text2, &text2_);
+    AssignText(info.text3, &text3_);
     byte1_ = info.byte1;
     byte2_ = info.byte2;
   }
@@ -113,21 +115,25 @@ int oxa_tlsTraceInfoOperImpl::Set(const OXA_TRACEINFO& info) {
 }
 
 int oxa_tlsTraceInfoOperImpl::SetOrThrow(const OXA_TRACEINFO& info) {
-  CTraceInfo_context* current = Current();
-  const bool is_new = current == nullptr;
-  ContextPtr context(is_new ? new (std::nothrow) CTraceInfo_context : current);
+  // The common case (every pop of a queue, every pool item) takes neither a reference nor the
+  // lock: only this thread, by erasing or by ending, can drop the map's entry of its context.
+  if (CTraceInfo_context* current = Current()) {
+    current->Assign(info);
+    return 0;
+  }
+  ContextPtr context(new (std::nothrow) CTraceInfo_context);
   if (!context) return OXA_ERROR;
   context->Assign(info);
   // A new context is owned by the map before the thread's slot points at it, so the slot
   // never holds a context that a failure could free.
-  if (is_new) {
+  {
     internal::ScopedLock<OXA_Mutex> hold(mutex_);
     contexts_.emplace(context.get(), context);
   }
   if (OXA_ThreadTls_SetValue(TraceKey(), context.get()) != 0) {
     fprintf(stderr, "OXA_ThreadTls_SetValue failed! g_oxa_store_tls_handle{%llu}\r\n",
             static_cast<unsigned long long>(TraceKey()));
-    if (is_new) Forget(context.get());  // released with `context`
+    Forget(context.get());  // released with `context`
     return OXA_ERROR;
   }
   return 0;
