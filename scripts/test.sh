@@ -60,11 +60,13 @@ if [[ $what == all || $what == release ]]; then
   echo "==== package: consumers against the unpacked amd64 packages"
   cmake -DSOURCE_DIR="$PWD" -DDEBS="$(ls "$PWD/$build/packages"/*_amd64.deb | tr '\n' ';')" \
     -DWORK_DIR="$PWD/$build/package-check" -P tests/install/check.cmake
-  echo "==== package: the armhf packages"
-  for deb in "$build/packages"/*_armhf.deb; do
-    dpkg-deb -I "$deb" | grep -E '^ (Package|Architecture|Multi-Arch):'
-    dpkg-deb -f "$deb" Architecture Multi-Arch | tr '\n' ' ' | grep -qx 'Architecture: armhf Multi-Arch: same ' ||
-      { echo "$deb: not an armhf Multi-Arch: same package" >&2; exit 1; }
+  echo "==== package: every package's architecture, and the armhf library"
+  for deb in "$build/packages"/*.deb; do
+    arch=${deb##*_}
+    fields=$(dpkg-deb -f "$deb" Package Architecture Multi-Arch | tr '\n' ' ')
+    echo "$fields"
+    [[ $fields == *"Architecture: ${arch%.deb} Multi-Arch: same "* ]] ||
+      { echo "$deb: not an ${arch%.deb} Multi-Arch: same package" >&2; exit 1; }
   done
   dpkg-deb -x "$(ls "$build/packages"/liboxa[0-9]*_armhf.deb)" "$build/package-check/armhf"
   readelf -h "$build/package-check/armhf/usr/lib/arm-linux-gnueabihf/liboxa.so".[0-9]* | grep -q 'Machine: *ARM$' ||

@@ -22,12 +22,8 @@ endfunction()
 
 if(DEBS)
   foreach(deb ${DEBS})
-    execute_process(COMMAND dpkg-deb -f ${deb} Package Architecture Multi-Arch Depends
-                    OUTPUT_VARIABLE fields)
+    execute_process(COMMAND dpkg-deb -f ${deb} Package Architecture Depends OUTPUT_VARIABLE fields)
     message(STATUS "${deb}:\n${fields}")
-    if(NOT fields MATCHES "Multi-Arch: same")
-      message(FATAL_ERROR "${deb} is not marked Multi-Arch: same")
-    endif()
     run(dpkg -x ${deb} ${WORK_DIR}/root)
   endforeach()
   # The library folder is the multiarch one; the development link points at the runtime

@@ -33,12 +33,7 @@ int CountEntries(const char* dir) {
 }
 
 bool WaitForThreadCount(int threads) {
-  Stopwatch watch;
-  while (ThreadCount() != threads) {
-    if (watch.Elapsed().count() > kHangGuardMs) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
+  return Eventually([threads] { return ThreadCount() == threads; });
 }
 
 OXA_TRACEINFO TraceInfo(const std::string& text1, const std::string& text2,

@@ -25,14 +25,15 @@ int CountEntries(const char* dir);
 inline int OpenFdCount() { return CountEntries("/proc/self/fd"); }
 inline int ThreadCount() { return CountEntries("/proc/self/task"); }
 
-// Polls until pred() holds, yielding in between; false when the hang guard passed first. For
+// Polls every millisecond until pred() holds; false when the hang guard passed first. For
 // states another thread reaches inside a blocking call, from where it cannot send a handshake.
+// The pause leaves the CPU to the thread being waited for (two CPUs, or one under qemu).
 template <class Pred>
 bool Eventually(Pred pred) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kHangGuardMs);
   while (!pred()) {
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
 }
